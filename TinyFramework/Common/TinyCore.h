@@ -1,0 +1,43 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace TinyFramework {
+
+// The system's text for an error code, in a process-wide buffer that the next call overwrites.
+// Not thread-safe. Each of the two functions has a buffer of its own.
+const char* GetErrorText(DWORD code);
+const char* GetLastErrorText();
+
+// printf-style formatting into a narrow string, for log messages.
+std::string StringPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Owns one event handle; null when empty.
+class TinyEvent {
+public:
+    TinyEvent();
+    virtual ~TinyEvent();
+    TinyEvent(const TinyEvent&) = delete;
+    TinyEvent& operator=(const TinyEvent&) = delete;
+
+    HANDLE Handle() const { return m_handle; }
+    operator HANDLE() const { return m_handle; }
+    bool IsEmpty() const { return m_handle == nullptr; }
+
+    // An unnamed auto-reset event, not set. A handle held before is not closed.
+    BOOL Create();
+    BOOL CreateEx(LPSECURITY_ATTRIBUTES security, LPCWSTR name, DWORD flags, DWORD access);
+    // Always asks for EVENT_MODIFY_STATE without inheritance, whatever is passed: the handle
+    // can be set, not waited on. That is all the query server needs of the parent's event.
+    BOOL Open(DWORD access, BOOL inherit, LPCWSTR name);
+    BOOL SetEvent();
+    BOOL Wait();
+    void Close();
+
+private:
+    HANDLE m_handle;
+};
+
+}  // namespace TinyFramework

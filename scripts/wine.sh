@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# The build's private Wine prefix.
+#   wine.sh run PREFIX PROGRAM [ARGS...]  run a Windows program in PREFIX (the CTest emulator)
+#   wine.sh start PREFIX                  create PREFIX on first use and start its persistent wineserver
+#   wine.sh stop PREFIX                   shut the prefix's wineserver (and every process in it) down
+#
+# Wine's helper services (services.exe, winedevice.exe, ...) inherit the standard handles of the
+# process that happens to start them. If that is a test run by ctest, ctest waits on its pipes
+# until they exit, which can take minutes. So the server is always started here, with its output
+# going nowhere, and the services are brought up by a wineboot whose output goes nowhere too.
+set -euo pipefail
+
+WINE64=${WINE64:-/usr/lib/wine/wine64}
+WINESERVER=${WINESERVER:-/usr/lib/wine/wineserver}
+
+setup_environment() {
+    export WINEPREFIX=$1
+    export WINEDEBUG=-all
+    # No Mono or Gecko: nothing here needs them, and their installers would ask for a display.
+    export WINEDLLOVERRIDES="mscoree,mshtml=${WINEDLLOVERRIDES:+;$WINEDLLOVERRIDES}"
+    export WINEDLLOVERRIDES=${WINEDLLOVERRIDES%;}
+}
+
+create_prefix() {
+    mkdir -p "$WINEPREFIX"
+    "$WINE64" wineboot -i </dev/null >/dev/null 2>&1 || true
+    # A crashing program must just end: no debugger, no dialog.
+    "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+        /v Debugger /t REG_SZ /d '' /f </dev/null >/dev/null 2>&1
+    "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+        /v Auto /t REG_SZ /d 1 /f </dev/null >/dev/null 2>&1
+    "$WINESERVER" -w
+    touch "$WINEPREFIX/.prefix-ready"
+}
+
+start_server() {
+    mkdir -p "$WINEPREFIX"
+    exec 9>"$WINEPREFIX.lock"
+    flock 9
+    [ -f "$WINEPREFIX/.prefix-ready" ] || create_prefix
+    # Exit status 2 means a server for this prefix is running already.
+    if "$WINESERVER" -p </dev/null >/dev/null 2>&1; then
+        "$WINE64" wineboot -u </dev/null >/dev/null 2>&1 || true
+    fi
+    flock -u 9
+}
+
+command=${1:?usage: wine.sh run|start|stop PREFIX ...}
+prefix=${2:?usage: wine.sh run|start|stop PREFIX ...}
+shift 2
+setup_environment "$prefix"
+case $command in
+    run)
+        start_server
+        exec "$WINE64" "$@"
+        ;;
+    start) start_server ;;
+    stop) [ -d "$WINEPREFIX" ] && "$WINESERVER" -k 2>/dev/null || true ;;
+    *)
+        echo "wine.sh: unknown command '$command'" >&2
+        exit 2
+        ;;
+esac
