@@ -26,9 +26,13 @@ const char* FormatSystemText(DWORD code, char* buffer) {
 
 }  // namespace
 
-const char* GetErrorText(DWORD code) { return FormatSystemText(code, g_errorText); }
+const char* GetErrorText(DWORD code) {
+    return FormatSystemText(code, g_errorText);
+}
 
-const char* GetLastErrorText() { return FormatSystemText(GetLastError(), g_lastErrorText); }
+const char* GetLastErrorText() {
+    return FormatSystemText(GetLastError(), g_lastErrorText);
+}
 
 std::string StringPrintf(const char* format, ...) {
     va_list arguments;
@@ -49,7 +53,9 @@ std::string StringPrintf(const char* format, ...) {
 
 TinyEvent::TinyEvent() : m_handle(nullptr) {}
 
-TinyEvent::~TinyEvent() { Close(); }
+TinyEvent::~TinyEvent() {
+    Close();
+}
 
 BOOL TinyEvent::Create() {
     m_handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);

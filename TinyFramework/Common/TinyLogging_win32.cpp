@@ -41,13 +41,21 @@ void OfferToLogFile(int32_t /*severity*/, const std::string& /*record*/) {}
 
 }  // namespace
 
-void SetLogFloodGuard(int on) { g_logFloodGuardOn = on; }
+void SetLogFloodGuard(int on) {
+    g_logFloodGuardOn = on;
+}
 
-int GetLogFloodGuard() { return g_logFloodGuardOn; }
+int GetLogFloodGuard() {
+    return g_logFloodGuardOn;
+}
 
-void SetLogMessageHandler(LogMessageHandler handler) { g_logHandler = handler; }
+void SetLogMessageHandler(LogMessageHandler handler) {
+    g_logHandler = handler;
+}
 
-LogMessageHandler GetLogMessageHandler() { return g_logHandler; }
+LogMessageHandler GetLogMessageHandler() {
+    return g_logHandler;
+}
 
 int64_t GetMonotonicNanos() {
     LARGE_INTEGER counter;
@@ -56,7 +64,9 @@ int64_t GetMonotonicNanos() {
                                 static_cast<double>(GetPerformanceFrequency()));
 }
 
-LogFloodGuard& GetLogFloodGuardInstance() { return g_logFloodGuard; }
+LogFloodGuard& GetLogFloodGuardInstance() {
+    return g_logFloodGuard;
+}
 
 LogFloodGuard::LogFloodGuard() : m_reserved(0), m_lastTime(0), m_limit(kFloodLimit) {}
 
@@ -150,8 +160,8 @@ void LogMessage::WriteHeader() {
     out << std::setfill('0');
     out << "[" << GetCurrentProcessId() << ":" << GetCurrentThreadId() << ":";
     out << std::setw(2) << now.wYear << "-" << std::setw(2) << now.wMonth << "-" << std::setw(2)
-        << now.wDay << "/" << std::setw(2) << now.wHour << ":" << std::setw(2) << now.wMinute
-        << ":" << std::setw(2) << now.wSecond << "." << std::setw(3) << now.wMilliseconds << ":";
+        << now.wDay << "/" << std::setw(2) << now.wHour << ":" << std::setw(2) << now.wMinute << ":"
+        << std::setw(2) << now.wSecond << "." << std::setw(3) << now.wMilliseconds << ":";
     out << SeverityName(m_severity) << "] ";
     if (m_file != nullptr) {
         out << m_file << "(" << m_line << ")] ";
@@ -167,8 +177,7 @@ LogMessage::~LogMessage() {
     }
     m_header << ": " << text;
     const std::string record = m_header.str();
-    if (g_logHandler != nullptr &&
-        g_logHandler(m_severity, m_file, m_line, record.c_str()) != 0) {
+    if (g_logHandler != nullptr && g_logHandler(m_severity, m_file, m_line, record.c_str()) != 0) {
         return;
     }
     OfferToLogFile(m_severity, record);

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "client/DeviceList.h"
+#include "client/QueryOutcome.h"
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace QueryClient {
+
+struct QueryOptions {
+    // The server executable; empty means QueryServer.exe beside the running program.
+    std::wstring serverPath;
+    // Deadline of the whole query, retry included. On expiry the server is ended.
+    DWORD timeoutMs = 10000;
+    // Pause between the server's event and opening its pipe. The server sets its event just
+    // before it starts accepting the pipe's client, and a client that opens the pipe in between
+    // makes it drop the reply. A lost reply is detected and retried, so the pause only makes the
+    // retry rare; it is paid by every query.
+    DWORD connectPauseMs = 5;
+    // Retry once when the server reports that it dropped its reply.
+    bool retryLostReply = true;
+};
+
+// The bytes of one query and how it ended.
+struct RawReply {
+    Outcome outcome = Outcome::Ok;
+    std::string detail;          // one line for a person when the outcome is not Ok
+    std::vector<uint8_t> bytes;  // everything read, also when the query failed half-way
+    DWORD serverExitCode = STILL_ACTIVE;
+    int attempts = 0;
+    std::wstring id;  // the id of the last attempt
+};
+
+struct DeviceListReply {
+    Outcome outcome = Outcome::Ok;
+    std::string detail;
+    std::vector<Device> devices;  // the complete pairs that arrived
+};
+
+// The parent's side of the query server: starts it, waits for it, reads its reply.
+class Client {
+public:
+    explicit Client(QueryOptions options = QueryOptions());
+
+    DeviceListReply GetVideoDevices();
+    DeviceListReply GetAnalogDevices();
+
+    // One query with a fresh random id; `method` and the device values become the arguments.
+    RawReply Query(const std::wstring& method, const std::wstring& deviceId = std::wstring(),
+                   const std::wstring& deviceName = std::wstring());
+
+    // One attempt with the arguments exactly as given, and the pipe and event names built from
+    // `id` whether or not the arguments pass it. No retry. For tests and diagnosis.
+    RawReply QueryRaw(const std::vector<std::wstring>& arguments, const std::wstring& id);
+
+    const QueryOptions& Options() const { return m_options; }
+
+private:
+    DeviceListReply GetDevices(const wchar_t* method);
+
+    QueryOptions m_options;
+};
+
+// A fresh id from the system's cryptographic random source, so that the names of a query's pipe
+// and event cannot be guessed in advance.
+std::wstring MakeRandomId();
+
+// QueryServer.exe in the directory of the running program.
+std::wstring DefaultServerPath();
+
+}  // namespace QueryClient

@@ -1,0 +1,66 @@
+#include "tools/QueryTool/ToolOutput.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace QueryTool {
+
+std::string ToUtf8(const std::wstring& text) {
+    if (text.empty()) {
+        return std::string();
+    }
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                         nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<size_t>(size), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0], size,
+                        nullptr, nullptr);
+    return utf8;
+}
+
+std::string JsonString(const std::wstring& text) {
+    std::string json = "\"";
+    for (char byte : ToUtf8(text)) {
+        const unsigned char unit = static_cast<unsigned char>(byte);
+        if (byte == '"' || byte == '\\') {
+            json += '\\';
+            json += byte;
+        } else if (unit < 0x20) {
+            char escaped[8];
+            snprintf(escaped, sizeof(escaped), "\\u%04x", unit);
+            json += escaped;
+        } else {
+            json += byte;
+        }
+    }
+    return json + "\"";
+}
+
+std::string DeviceTable(const std::vector<QueryClient::Device>& devices) {
+    if (devices.empty()) {
+        return "No devices found.\n";
+    }
+    size_t nameWidth = 4;
+    for (const QueryClient::Device& device : devices) {
+        nameWidth = std::max(nameWidth, ToUtf8(device.name).size());
+    }
+    std::string table = "NAME" + std::string(nameWidth - 4 + 2, ' ') + "ID\n";
+    for (const QueryClient::Device& device : devices) {
+        const std::string name = ToUtf8(device.name);
+        table += name + std::string(nameWidth - name.size() + 2, ' ') + ToUtf8(device.id) + "\n";
+    }
+    return table;
+}
+
+std::string DeviceJson(const std::vector<QueryClient::Device>& devices) {
+    std::string json = "[";
+    for (size_t index = 0; index < devices.size(); ++index) {
+        json += index == 0 ? "" : ", ";
+        json += "{\"id\": " + JsonString(devices[index].id) +
+                ", \"name\": " + JsonString(devices[index].name) + "}";
+    }
+    return json + "]\n";
+}
+
+}  // namespace QueryTool

@@ -1,0 +1,117 @@
+// QueryTool: asks the query server about the machine's video capture devices.
+#include "client/QueryClient.h"
+#include "server/QueryProtocol.h"
+#include "tools/QueryTool/ToolOutput.h"
+
+#include <cstdio>
+#include <cwchar>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char kUsage[] =
+    "usage: QueryTool [options] devices | analog | formats <device_id> [device_name]\n"
+    "\n"
+    "  devices            list the video capture devices\n"
+    "  analog             list the analog capture devices\n"
+    "  formats <id>       list the modes of the device with this id\n"
+    "\n"
+    "options:\n"
+    "  --json             print JSON instead of a table\n"
+    "  --timeout <ms>     deadline of the whole query (default 10000)\n"
+    "  --server <path>    the query server (default: QueryServer.exe beside this tool)\n"
+    "\n"
+    "Exit code 0 on success; otherwise 1 and one line naming the outcome on stderr.\n";
+
+struct ToolArguments {
+    bool json = false;
+    bool help = false;
+    QueryClient::QueryOptions options;
+    std::vector<std::wstring> positional;
+};
+
+bool ParseArguments(int argc, wchar_t** argv, ToolArguments* parsed, std::string* error) {
+    for (int index = 1; index < argc; ++index) {
+        const std::wstring argument = argv[index];
+        const bool hasValue = index + 1 < argc;
+        if (argument == L"--json") {
+            parsed->json = true;
+        } else if (argument == L"--help" || argument == L"-h") {
+            parsed->help = true;
+        } else if (argument == L"--timeout" && hasValue) {
+            wchar_t* end = nullptr;
+            const unsigned long value = std::wcstoul(argv[++index], &end, 10);
+            if (end == nullptr || *end != L'\0' || value == 0) {
+                *error = "--timeout takes a positive number of milliseconds";
+                return false;
+            }
+            parsed->options.timeoutMs = static_cast<DWORD>(value);
+        } else if (argument == L"--server" && hasValue) {
+            parsed->options.serverPath = argv[++index];
+        } else if (argument.rfind(L"--", 0) == 0) {
+            *error = "unknown or incomplete option " + QueryTool::ToUtf8(argument);
+            return false;
+        } else {
+            parsed->positional.push_back(argument);
+        }
+    }
+    return true;
+}
+
+void Print(const std::string& text) {
+    fwrite(text.data(), 1, text.size(), stdout);
+}
+
+int Failure(const std::string& line) {
+    fprintf(stderr, "QueryTool: %s\n", line.c_str());
+    return 1;
+}
+
+int ReportOutcome(QueryClient::Outcome outcome, const std::string& detail) {
+    return Failure(std::string(QueryClient::OutcomeName(outcome)) + ": " + detail);
+}
+
+int ListDevices(QueryClient::Client& client, bool analog, bool json) {
+    const QueryClient::DeviceListReply reply =
+        analog ? client.GetAnalogDevices() : client.GetVideoDevices();
+    if (reply.outcome != QueryClient::Outcome::Ok) {
+        return ReportOutcome(reply.outcome, reply.detail);
+    }
+    Print(json ? QueryTool::DeviceJson(reply.devices) : QueryTool::DeviceTable(reply.devices));
+    return 0;
+}
+
+int ListFormats(QueryClient::Client& client, const std::wstring& id, const std::wstring& name) {
+    const QueryClient::RawReply reply = client.Query(QueryProtocol::kMethodDeviceFormats, id, name);
+    if (reply.outcome != QueryClient::Outcome::Ok) {
+        return ReportOutcome(reply.outcome, reply.detail);
+    }
+    Print(std::string(reply.bytes.begin(), reply.bytes.end()) + "\n");
+    return 0;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv) {
+    ToolArguments arguments;
+    std::string error;
+    if (!ParseArguments(argc, argv, &arguments, &error)) {
+        fprintf(stderr, "%s", kUsage);
+        return Failure(error);
+    }
+    if (arguments.help) {
+        Print(kUsage);
+        return 0;
+    }
+    const std::vector<std::wstring>& words = arguments.positional;
+    QueryClient::Client client(arguments.options);
+    if (words.size() == 1 && (words[0] == L"devices" || words[0] == L"analog")) {
+        return ListDevices(client, words[0] == L"analog", arguments.json);
+    }
+    if ((words.size() == 2 || words.size() == 3) && words[0] == L"formats") {
+        return ListFormats(client, words[1], words.size() == 3 ? words[2] : std::wstring());
+    }
+    fprintf(stderr, "%s", kUsage);
+    return Failure("expected one command: devices, analog or formats <device_id>");
+}
