@@ -151,21 +151,28 @@ LogMessage::LogMessage(int severity) : m_severity(severity), m_file(nullptr), m_
 
 LogMessage::LogMessage() : m_severity(LOG_INFO), m_file(nullptr), m_line(0) {}
 
+void WriteLogHeader(std::ostream& out, DWORD processId, DWORD threadId, const SYSTEMTIME& time,
+                    int severity, const char* file, int line) {
+    out << std::setfill('0');
+    out << "[" << processId << ":" << threadId << ":";
+    // A width of 2 on the year still prints it whole.
+    out << std::setw(2) << time.wYear << "-" << std::setw(2) << time.wMonth << "-" << std::setw(2)
+        << time.wDay << "/" << std::setw(2) << time.wHour << ":" << std::setw(2) << time.wMinute
+        << ":" << std::setw(2) << time.wSecond << "." << std::setw(3) << time.wMilliseconds << ":";
+    out << SeverityName(severity) << "] ";
+    if (file != nullptr) {
+        out << file << "(" << line << ")] ";
+    }
+}
+
 void LogMessage::WriteHeader() {
     // With the guard on, the header stands apart so that the guard compares the message alone,
     // without its time and thread.
     std::ostream& out = g_logFloodGuardOn != 0 ? m_header : m_message;
     SYSTEMTIME now;
     GetLocalTime(&now);
-    out << std::setfill('0');
-    out << "[" << GetCurrentProcessId() << ":" << GetCurrentThreadId() << ":";
-    out << std::setw(2) << now.wYear << "-" << std::setw(2) << now.wMonth << "-" << std::setw(2)
-        << now.wDay << "/" << std::setw(2) << now.wHour << ":" << std::setw(2) << now.wMinute << ":"
-        << std::setw(2) << now.wSecond << "." << std::setw(3) << now.wMilliseconds << ":";
-    out << SeverityName(m_severity) << "] ";
-    if (m_file != nullptr) {
-        out << m_file << "(" << m_line << ")] ";
-    }
+    WriteLogHeader(out, GetCurrentProcessId(), GetCurrentThreadId(), now, m_severity, m_file,
+                   m_line);
 }
 
 LogMessage::~LogMessage() {

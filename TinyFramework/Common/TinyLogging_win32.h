@@ -68,6 +68,11 @@ private:
     int32_t m_limit;
 };
 
+// The header of a record: "[pid:tid:YYYY-MM-DD/hh:mm:ss.mmm:LEVEL] " and, with a source file,
+// "path(line)] ".
+void WriteLogHeader(std::ostream& out, DWORD processId, DWORD threadId, const SYSTEMTIME& time,
+                    int severity, const char* file, int line);
+
 // The process-wide flood guard that every LogMessage passes through.
 LogFloodGuard& GetLogFloodGuardInstance();
 

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# The main job: installs what is missing, builds, and asks the real query server, through the
+# client tool, for the devices and their modes.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${BUILD_DIR:-$root/build}
+"$root/scripts/setup.sh"
+BUILD_DIR=$build "$root/scripts/build.sh" >/dev/null
+
+prefix=$build/wineprefix
+wine_run() { "$root/scripts/wine.sh" run "$prefix" "$@"; }
+"$root/scripts/wine.sh" start "$prefix"
+trap '"$root/scripts/wine.sh" stop "$prefix"' EXIT
+
+echo "== Video capture devices"
+wine_run "$build/bin/QueryTool.exe" devices
+echo
+echo "== Analog capture devices"
+wine_run "$build/bin/QueryTool.exe" analog
