@@ -254,7 +254,10 @@ RawReply Client::Query(const std::wstring& method, const std::wstring& deviceId,
 }
 
 DeviceListReply Client::GetDevices(const wchar_t* method) {
-    const RawReply raw = Query(method);
+    return ToDeviceListReply(Query(method));
+}
+
+DeviceListReply ToDeviceListReply(const RawReply& raw) {
     DeviceListReply reply;
     reply.outcome = raw.outcome;
     reply.detail = raw.detail;

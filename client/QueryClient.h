@@ -65,6 +65,10 @@ private:
     QueryOptions m_options;
 };
 
+// The device list of a reply: a cut stream is a malformed reply when the query itself went well,
+// and the complete pairs before the cut are kept whatever the outcome.
+DeviceListReply ToDeviceListReply(const RawReply& raw);
+
 // A fresh id from the system's cryptographic random source, so that the names of a query's pipe
 // and event cannot be guessed in advance.
 std::wstring MakeRandomId();

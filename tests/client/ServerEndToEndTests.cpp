@@ -1,0 +1,111 @@
+// The client and the real QueryServer.exe, through the whole rendezvous.
+#include "client/QueryClient.h"
+#include "client/ServerProcess.h"
+#include "tests/support/RawParent.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using QueryClient::Client;
+using QueryClient::Outcome;
+using QueryClient::RawReply;
+
+constexpr DWORD kWaitMs = 10000;
+
+class RealServer : public ::testing::Test {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 0)
+            << "a server outlived its query";
+    }
+
+    void ExpectEmptyStreamAndCleanExit(const RawReply& reply) {
+        EXPECT_EQ(reply.outcome, Outcome::Ok) << reply.detail;
+        EXPECT_TRUE(reply.bytes.empty());
+        EXPECT_EQ(reply.serverExitCode, 0u);
+    }
+
+    RawReply Raw(const std::vector<std::wstring>& arguments, const std::wstring& id) {
+        return Client().QueryRaw(arguments, id);
+    }
+};
+
+TEST_F(RealServer, UnknownMethodGivesAnEmptyStream) {
+    const std::wstring id = QueryClient::MakeRandomId();
+    ExpectEmptyStreamAndCleanExit(Raw({L"method=getvideodevices", L"id=" + id}, id));
+}
+
+TEST_F(RealServer, NoMethodGivesAnEmptyStream) {
+    const std::wstring id = QueryClient::MakeRandomId();
+    ExpectEmptyStreamAndCleanExit(Raw({L"id=" + id}, id));
+}
+
+TEST_F(RealServer, NoIdUsesNamesEndingInTheHyphen) {
+    ExpectEmptyStreamAndCleanExit(Raw({L"method=nothing"}, L""));
+}
+
+TEST_F(RealServer, FormatsWithoutADeviceIdEndNormally) {
+    const RawReply reply = Client().Query(L"GetVideoDeviceFormats");
+    EXPECT_EQ(reply.outcome, Outcome::Ok) << reply.detail;
+    EXPECT_EQ(reply.serverExitCode, 0u);
+}
+
+TEST_F(RealServer, EveryMethodEndsWithACleanExit) {
+    Client client;
+    for (const wchar_t* method : {L"GetVideoDevices", L"GetAnalogDevices"}) {
+        const QueryClient::DeviceListReply reply =
+            QueryClient::ToDeviceListReply(client.Query(method));
+        EXPECT_EQ(reply.outcome, Outcome::Ok) << reply.detail;
+    }
+}
+
+TEST_F(RealServer, ParentThatOpensThePipeBeforeTheEventGetsNoLines) {
+    const std::wstring id = QueryClient::MakeRandomId();
+    TestSupport::RawParent parent(id);
+    QueryClient::ServerProcess server;
+    std::string error;
+    ASSERT_TRUE(server.Start(QueryClient::DefaultServerPath(),
+                             {L"method=GetVideoDevices", L"id=" + id}, &error))
+        << error;
+    ASSERT_TRUE(parent.OpenPipe(kWaitMs));
+    std::vector<uint8_t> bytes;
+    EXPECT_TRUE(parent.ReadToEnd(kWaitMs, &bytes));
+    EXPECT_TRUE(bytes.empty());
+    EXPECT_TRUE(server.WaitForExit(kWaitMs));
+    EXPECT_EQ(server.ExitCode(), 0u);
+}
+
+TEST_F(RealServer, ServerWhoseClientNeverComesWaitsUntilTheParentEndsIt) {
+    const std::wstring id = QueryClient::MakeRandomId();
+    TestSupport::RawParent parent(id);
+    {
+        QueryClient::ServerProcess server;
+        std::string error;
+        ASSERT_TRUE(
+            server.Start(QueryClient::DefaultServerPath(), {L"method=x", L"id=" + id}, &error));
+        EXPECT_TRUE(parent.WaitForEvent(kWaitMs));
+        // Woken, the parent does not come: the server stays blocked in its connect.
+        EXPECT_FALSE(server.WaitForExit(500));
+        EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 1);
+    }
+    // The parent's deadline ended it through the job; TearDown counts what is left.
+}
+
+TEST_F(RealServer, ClientWithADeadlineEndsAServerItCannotReach) {
+    // A server that is started but whose pipe is held by somebody else still wakes the parent
+    // and ends; the client reports the pipe it could not open, and nothing is left running.
+    const std::wstring id = QueryClient::MakeRandomId();
+    const std::wstring pipeName =
+        std::wstring(L"\\\\.\\pipe\\71FADDA3-07A6-021F-DBE6-15012EFB1791-") + id;
+    const HANDLE squatter =
+        CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
+    ASSERT_NE(squatter, INVALID_HANDLE_VALUE);
+    QueryClient::QueryOptions options;
+    options.timeoutMs = 2000;
+    const RawReply reply = Client(options).QueryRaw({L"method=GetVideoDevices", L"id=" + id}, id);
+    EXPECT_NE(reply.outcome, Outcome::Ok);
+    CloseHandle(squatter);
+}
+
+}  // namespace

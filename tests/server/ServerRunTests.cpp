@@ -1,0 +1,277 @@
+// Whole runs of the query server inside the test process, the test playing the parent step by
+// step, so that each step of the rendezvous and its log records can be checked.
+#include "server/QueryServerRun.h"
+#include "server/ReplyChannel.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/RawParent.h"
+
+#include <gtest/gtest.h>
+
+#include <objbase.h>
+
+#include <atomic>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using TestSupport::LogCapture;
+using TestSupport::RawParent;
+
+constexpr DWORD kWaitMs = 5000;
+constexpr DWORD kConnectPauseMs = 5;
+
+std::wstring UniqueId(const wchar_t* purpose) {
+    static std::atomic<int> counter{0};
+    return std::wstring(L"run-") + purpose + L"-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+           std::to_wstring(counter++);
+}
+
+enum class Apartment { None, MultiThreaded, SingleThreaded };
+
+// RunQueryServer on a thread of its own, optionally in an apartment entered beforehand.
+class ServerThread {
+public:
+    ServerThread(std::vector<std::wstring> arguments, Apartment apartment = Apartment::None)
+        : m_arguments(std::move(arguments)) {
+        std::packaged_task<int()> task([this, apartment] {
+            if (apartment == Apartment::MultiThreaded) {
+                CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            } else if (apartment == Apartment::SingleThreaded) {
+                CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+            }
+            std::vector<const wchar_t*> argv;
+            for (const std::wstring& argument : m_arguments) {
+                argv.push_back(argument.c_str());
+            }
+            return QueryServer::RunQueryServer(static_cast<int>(argv.size()), argv.data());
+        });
+        m_result = task.get_future();
+        m_thread = std::thread(std::move(task));
+    }
+    ~ServerThread() {
+        if (m_thread.joinable()) {
+            // A run that never ended has failed its test already; do not hang the others.
+            m_thread.detach();
+        }
+    }
+    // True when the run ended within the time; `exitCode` receives its result.
+    bool Finish(DWORD milliseconds, int* exitCode) {
+        if (m_result.wait_for(std::chrono::milliseconds(milliseconds)) !=
+            std::future_status::ready) {
+            return false;
+        }
+        m_thread.join();
+        *exitCode = m_result.get();
+        return true;
+    }
+
+private:
+    std::vector<std::wstring> m_arguments;
+    std::future<int> m_result;
+    std::thread m_thread;
+};
+
+// The parent's normal part: woken, a short pause, open, read to the end.
+std::vector<uint8_t> ActAsParent(RawParent& parent) {
+    std::vector<uint8_t> bytes;
+    EXPECT_TRUE(parent.WaitForEvent(kWaitMs));
+    Sleep(kConnectPauseMs);
+    EXPECT_TRUE(parent.OpenPipe(kWaitMs));
+    EXPECT_TRUE(parent.ReadToEnd(kWaitMs, &bytes));
+    return bytes;
+}
+
+void ExpectRunEndsWithZero(ServerThread& server) {
+    int exitCode = -1;
+    ASSERT_TRUE(server.Finish(kWaitMs, &exitCode));
+    EXPECT_EQ(exitCode, 0);
+}
+
+TEST(ServerRun, UnknownMethodGivesAnEmptyStreamAndTheTwoUsualRecords) {
+    LogCapture capture;
+    const std::wstring id = UniqueId(L"unknown");
+    RawParent parent(id);
+    ServerThread server({L"QueryServer.exe", L"method=getvideodevices", L"id=" + id});
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    // Flush and disconnect end the stream as "not connected".
+    EXPECT_EQ(parent.EndError(), static_cast<DWORD>(ERROR_PIPE_NOT_CONNECTED));
+    ExpectRunEndsWithZero(server);
+    // The null write of Close fails, and the destructor's repeated Close fails to connect.
+    EXPECT_EQ(capture.RecordsContaining("Failed to WriteFile(").size(), 1u);
+    EXPECT_EQ(capture.RecordsContaining("Failed to ConnectNamedPipe(").size(), 1u);
+    EXPECT_EQ(capture.Records().size(), 2u);
+    EXPECT_FALSE(parent.WaitForEvent(0)) << "the event is set once only";
+}
+
+TEST(ServerRun, NoMethodAtAllGivesAnEmptyStream) {
+    const std::wstring id = UniqueId(L"no-method");
+    RawParent parent(id);
+    ServerThread server({L"QueryServer.exe", L"id=" + id});
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    ExpectRunEndsWithZero(server);
+}
+
+TEST(ServerRun, WithoutAnIdBothNamesEndInTheirHyphen) {
+    RawParent parent(L"");
+    ServerThread server({L"QueryServer.exe", L"method=none"});
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    ExpectRunEndsWithZero(server);
+}
+
+TEST(ServerRun, IdGivenAsTheProgramPathTakesEffect) {
+    const std::wstring id = UniqueId(L"argv0");
+    RawParent parent(id);
+    ServerThread server({L"id=" + id});
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    ExpectRunEndsWithZero(server);
+}
+
+TEST(ServerRun, ClientThatComesBeforeTheEventGetsNothing) {
+    LogCapture capture;
+    const std::wstring id = UniqueId(L"early");
+    RawParent parent(id);
+    ServerThread server({L"QueryServer.exe", L"method=x", L"id=" + id});
+    ASSERT_TRUE(parent.OpenPipe(kWaitMs));  // before the event: the server's connect fails
+    std::vector<uint8_t> bytes;
+    EXPECT_TRUE(parent.ReadToEnd(kWaitMs, &bytes));
+    EXPECT_TRUE(bytes.empty());
+    ExpectRunEndsWithZero(server);
+    EXPECT_TRUE(parent.WaitForEvent(0));
+    const auto connectFailures = capture.RecordsContaining("Failed to ConnectNamedPipe(");
+    ASSERT_EQ(connectFailures.size(), 2u);
+    const std::string alreadyConnected = std::string("Failed to ConnectNamedPipe(") +
+                                         TinyFramework::GetErrorText(ERROR_PIPE_CONNECTED);
+    EXPECT_NE(connectFailures[0].find(alreadyConnected), std::string::npos) << connectFailures[0];
+    // No null write after a failed connect.
+    EXPECT_TRUE(capture.RecordsContaining("Failed to WriteFile(").empty());
+}
+
+TEST(ServerRun, PipeThatCannotBeCreatedStillWakesTheParent) {
+    LogCapture capture;
+    const std::wstring id = UniqueId(L"squatted");
+    RawParent parent(id);
+    // Somebody else holds the one instance of the name.
+    const HANDLE squatter =
+        CreateNamedPipeW(parent.PipeName().c_str(), PIPE_ACCESS_DUPLEX, 0, 1, 512, 512, 0, nullptr);
+    ASSERT_NE(squatter, INVALID_HANDLE_VALUE);
+    ServerThread server({L"QueryServer.exe", L"method=GetVideoDevices", L"id=" + id});
+    ExpectRunEndsWithZero(server);
+    EXPECT_TRUE(parent.WaitForEvent(0));
+    EXPECT_EQ(capture.RecordsContaining("Failed to CreateNamedPipe(").size(), 1u);
+    EXPECT_EQ(capture.RecordsContaining("Failed to ConnectNamedPipe(").size(), 1u);
+    CloseHandle(squatter);
+}
+
+TEST(ServerRun, ApartmentOfAnotherKindEndsWithAnEmptyStream) {
+    const std::wstring id = UniqueId(L"mta");
+    RawParent parent(id);
+    ServerThread server({L"QueryServer.exe", L"method=GetVideoDevices", L"id=" + id},
+                        Apartment::MultiThreaded);
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    ExpectRunEndsWithZero(server);
+}
+
+TEST(ServerRun, ApartmentEnteredAlreadyCountsAsFailureToo) {
+    // CoInitializeEx then answers S_FALSE, and only S_OK lets the query run.
+    const std::wstring id = UniqueId(L"sta");
+    RawParent parent(id);
+    ServerThread server({L"QueryServer.exe", L"method=GetVideoDevices", L"id=" + id},
+                        Apartment::SingleThreaded);
+    EXPECT_TRUE(ActAsParent(parent).empty());
+    ExpectRunEndsWithZero(server);
+}
+
+TEST(ServerRun, WithoutTheParentsEventTheRunGoesOn) {
+    const std::wstring id = UniqueId(L"no-event");
+    ServerThread server({L"QueryServer.exe", L"method=x", L"id=" + id});
+    // Nobody is woken; a client that opens the pipe anyway still sees the stream end.
+    const std::wstring pipeName =
+        std::wstring(L"\\\\.\\pipe\\71FADDA3-07A6-021F-DBE6-15012EFB1791-") + id;
+    HANDLE pipe = INVALID_HANDLE_VALUE;
+    for (int attempt = 0; attempt < 5000 && pipe == INVALID_HANDLE_VALUE; ++attempt) {
+        pipe = CreateFileW(pipeName.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+        Sleep(1);
+    }
+    ASSERT_NE(pipe, INVALID_HANDLE_VALUE);
+    char buffer[16];
+    DWORD read = 0;
+    EXPECT_FALSE(ReadFile(pipe, buffer, sizeof(buffer), &read, nullptr));
+    EXPECT_EQ(read, 0u);
+    CloseHandle(pipe);
+    ExpectRunEndsWithZero(server);
+}
+
+// A channel opened by hand, as the run opens it.
+struct OpenedChannel {
+    explicit OpenedChannel(const std::wstring& id) : parent(id) {
+        EXPECT_TRUE(channel.pipe.Create(parent.PipeName().c_str()));
+        const std::wstring eventName = L"Global\\C49E4172-B9F8-22EA-5052-D226B8741074-" + id;
+        EXPECT_TRUE(channel.readyEvent.Open(0, 0, eventName.c_str()));
+    }
+    RawParent parent;
+    QueryServer::ReplyChannel channel;
+};
+
+TEST(ReplyChannelTest, FirstWriteWakesTheParentAndLaterWritesDoNot) {
+    OpenedChannel opened(UniqueId(L"write"));
+    std::thread writer([&opened] {
+        EXPECT_TRUE(opened.channel.Write("abc", 3));
+        EXPECT_TRUE(opened.channel.Write("def", 3));
+        opened.channel.Close();
+    });
+    const std::vector<uint8_t> bytes = ActAsParent(opened.parent);
+    writer.join();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "abcdef");
+    EXPECT_FALSE(opened.parent.WaitForEvent(0));
+    EXPECT_TRUE(opened.channel.readyEvent.IsEmpty());
+    EXPECT_TRUE(opened.channel.pipe.IsEmpty());
+    EXPECT_TRUE(opened.channel.spareEvent.IsEmpty());
+}
+
+TEST(ReplyChannelTest, WriteLargerThanThePipeBufferIsOneWriteThatWaitsForTheReader) {
+    OpenedChannel opened(UniqueId(L"large"));
+    std::string large(100000, 'x');
+    for (size_t index = 0; index < large.size(); ++index) {
+        large[index] = static_cast<char>('a' + index % 26);
+    }
+    std::thread writer([&] {
+        EXPECT_TRUE(opened.channel.Write(large.data(), static_cast<uint32_t>(large.size())));
+        opened.channel.Close();
+    });
+    const std::vector<uint8_t> bytes = ActAsParent(opened.parent);
+    writer.join();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), large);
+}
+
+TEST(ReplyChannelTest, FailedConnectInWriteIsFollowedByASecondWakeInClose) {
+    LogCapture capture;
+    OpenedChannel opened(UniqueId(L"lost"));
+    ASSERT_TRUE(opened.parent.OpenPipe(kWaitMs));  // too early
+    EXPECT_FALSE(opened.channel.Write("lost", 4));
+    std::thread closer([&] { opened.channel.Close(); });
+    std::vector<uint8_t> bytes;
+    EXPECT_TRUE(opened.parent.ReadToEnd(kWaitMs, &bytes));
+    closer.join();
+    EXPECT_TRUE(bytes.empty());
+    // Set once by Write and once by Close: the auto-reset event holds one of them.
+    EXPECT_TRUE(opened.parent.WaitForEvent(0));
+    EXPECT_EQ(capture.RecordsContaining("Failed to ConnectNamedPipe(").size(), 2u);
+}
+
+TEST(ReplyChannelTest, DestructorOfAClosedChannelLogsOneFailedConnect) {
+    LogCapture capture;
+    {
+        OpenedChannel opened(UniqueId(L"dtor"));
+        std::thread closer([&] { opened.channel.Close(); });
+        ActAsParent(opened.parent);
+        closer.join();
+        capture.Clear();
+    }
+    EXPECT_EQ(capture.RecordsContaining("Failed to ConnectNamedPipe(").size(), 1u);
+    EXPECT_EQ(capture.Records().size(), 1u);
+}
+
+}  // namespace
