@@ -7,8 +7,7 @@
 namespace TestSupport {
 
 RawParent::RawParent(const std::wstring& id) : m_id(id) {
-    const std::wstring name = QueryProtocol::kEventNamePrefix + id;
-    m_event = CreateEventW(nullptr, FALSE, FALSE, name.c_str());
+    m_event = CreateEventW(nullptr, FALSE, FALSE, EventName().c_str());
 }
 
 RawParent::~RawParent() {
@@ -20,6 +19,10 @@ RawParent::~RawParent() {
 
 std::wstring RawParent::PipeName() const {
     return QueryProtocol::kPipeNamePrefix + m_id;
+}
+
+std::wstring RawParent::EventName() const {
+    return QueryProtocol::kEventNamePrefix + m_id;
 }
 
 bool RawParent::WaitForEvent(DWORD milliseconds) {
@@ -50,8 +53,13 @@ bool RawParent::ReadToEnd(DWORD milliseconds, std::vector<uint8_t>* bytes) {
         OVERLAPPED overlapped = {};
         overlapped.hEvent = done;
         DWORD count = 0;
-        if (!ReadFile(m_pipe, chunk, sizeof(chunk), nullptr, &overlapped) &&
-            GetLastError() == ERROR_IO_PENDING) {
+        if (!ReadFile(m_pipe, chunk, sizeof(chunk), nullptr, &overlapped)) {
+            const DWORD error = GetLastError();
+            if (error != ERROR_IO_PENDING) {
+                m_endError = error;
+                ended = true;
+                break;
+            }
             const ULONGLONG now = GetTickCount64();
             const DWORD left = now >= end ? 0 : static_cast<DWORD>(end - now);
             if (WaitForSingleObject(done, left) != WAIT_OBJECT_0) {

@@ -19,6 +19,7 @@ public:
     RawParent& operator=(const RawParent&) = delete;
 
     std::wstring PipeName() const;
+    std::wstring EventName() const;
     bool HasEvent() const { return m_event != nullptr; }
     // True when the event was set within the time; each true consumes one setting.
     bool WaitForEvent(DWORD milliseconds);
