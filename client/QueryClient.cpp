@@ -279,3 +279,30 @@ DeviceListReply Client::GetAnalogDevices() {
 }
 
 }  // namespace QueryClient
+
+namespace QueryClient {
+
+FormatListReply Client::GetDeviceFormats(const std::wstring& deviceId,
+                                         const std::wstring& deviceName) {
+    return ToFormatListReply(Query(QueryProtocol::kMethodDeviceFormats, deviceId, deviceName));
+}
+
+FormatListReply ToFormatListReply(const RawReply& raw) {
+    FormatListReply reply;
+    reply.outcome = raw.outcome;
+    reply.detail = raw.detail;
+    reply.json.assign(raw.bytes.begin(), raw.bytes.end());
+    if (reply.outcome != Outcome::Ok) {
+        return reply;
+    }
+    FormatListDecoding decoding = DecodeFormatList(reply.json);
+    if (!decoding.complete) {
+        reply.outcome = Outcome::MalformedReply;
+        reply.detail = decoding.problem;
+        return reply;
+    }
+    reply.modes = std::move(decoding.modes);
+    return reply;
+}
+
+}  // namespace QueryClient

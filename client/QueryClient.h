@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/DeviceList.h"
+#include "client/FormatList.h"
 #include "client/QueryOutcome.h"
 
 #include <windows.h>
@@ -41,6 +42,13 @@ struct DeviceListReply {
     std::vector<Device> devices;  // the complete pairs that arrived
 };
 
+struct FormatListReply {
+    Outcome outcome = Outcome::Ok;
+    std::string detail;
+    std::vector<Mode> modes;
+    std::string json;  // the reply as it came
+};
+
 // The parent's side of the query server: starts it, waits for it, reads its reply.
 class Client {
 public:
@@ -48,6 +56,9 @@ public:
 
     DeviceListReply GetVideoDevices();
     DeviceListReply GetAnalogDevices();
+    // The modes of the device with this id. The name is passed along and changes nothing.
+    FormatListReply GetDeviceFormats(const std::wstring& deviceId,
+                                     const std::wstring& deviceName = std::wstring());
 
     // One query with a fresh random id; `method` and the device values become the arguments.
     RawReply Query(const std::wstring& method, const std::wstring& deviceId = std::wstring(),
@@ -68,6 +79,10 @@ private:
 // The device list of a reply: a cut stream is a malformed reply when the query itself went well,
 // and the complete pairs before the cut are kept whatever the outcome.
 DeviceListReply ToDeviceListReply(const RawReply& raw);
+
+// The modes of a reply: text that does not decode is a malformed reply when the query itself
+// went well.
+FormatListReply ToFormatListReply(const RawReply& raw);
 
 // A fresh id from the system's cryptographic random source, so that the names of a query's pipe
 // and event cannot be guessed in advance.

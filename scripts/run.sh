@@ -12,8 +12,8 @@ wine_run() { "$root/scripts/wine.sh" run "$prefix" "$@"; }
 "$root/scripts/wine.sh" start "$prefix"
 trap '"$root/scripts/wine.sh" stop "$prefix"' EXIT
 
-echo "== Video capture devices"
-wine_run "$build/bin/QueryTool.exe" devices
+echo "== Video capture devices and their modes"
+wine_run "$build/bin/QueryTool.exe" list
 echo
 echo "== Analog capture devices"
 wine_run "$build/bin/QueryTool.exe" analog

@@ -8,6 +8,7 @@ packages=(
     g++-mingw-w64-x86-64-posix
     wine64
     googletest
+    nlohmann-json3-dev
     clang-format
 )
 

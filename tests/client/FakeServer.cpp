@@ -10,6 +10,7 @@
 //   crash              sends one device, then dies of an access violation
 //   drop-reply         behaves as a server whose connect failed: wakes twice, sends nothing
 //   lines              sends `device_id` devices "id<k>"/"name<k>" and ends normally
+//   json               sends `device_id` as narrow text, as the format reply does, and ends
 #include "server/QueryProtocol.h"
 
 #include <windows.h>
@@ -94,6 +95,11 @@ int wmain(int argc, wchar_t** argv) {
         FlushFileBuffers(g_pipe);
         volatile int* nowhere = nullptr;
         *nowhere = 1;
+    } else if (mode == L"json") {
+        const std::wstring text = ArgumentValue(argc, argv, L"device_id");
+        const std::string narrow(text.begin(), text.end());
+        DWORD written = 0;
+        WriteFile(g_pipe, narrow.data(), static_cast<DWORD>(narrow.size()), &written, nullptr);
     } else if (mode == L"lines") {
         const int count = _wtoi(ArgumentValue(argc, argv, L"device_id").c_str());
         for (int index = 0; index < count; ++index) {

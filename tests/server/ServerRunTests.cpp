@@ -1,5 +1,6 @@
 // Whole runs of the query server inside the test process, the test playing the parent step by
 // step, so that each step of the rendezvous and its log records can be checked.
+#include "server/QueryProtocol.h"
 #include "server/QueryServerRun.h"
 #include "server/ReplyChannel.h"
 #include "tests/support/LogCapture.h"
@@ -188,8 +189,7 @@ TEST(ServerRun, WithoutTheParentsEventTheRunGoesOn) {
     const std::wstring id = UniqueId(L"no-event");
     ServerThread server({L"QueryServer.exe", L"method=x", L"id=" + id});
     // Nobody is woken; a client that opens the pipe anyway still sees the stream end.
-    const std::wstring pipeName =
-        std::wstring(L"\\\\.\\pipe\\71FADDA3-07A6-021F-DBE6-15012EFB1791-") + id;
+    const std::wstring pipeName = QueryProtocol::kPipeNamePrefix + id;
     HANDLE pipe = INVALID_HANDLE_VALUE;
     for (int attempt = 0; attempt < 5000 && pipe == INVALID_HANDLE_VALUE; ++attempt) {
         pipe = CreateFileW(pipeName.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -208,8 +208,7 @@ TEST(ServerRun, WithoutTheParentsEventTheRunGoesOn) {
 struct OpenedChannel {
     explicit OpenedChannel(const std::wstring& id) : parent(id) {
         EXPECT_TRUE(channel.pipe.Create(parent.PipeName().c_str()));
-        const std::wstring eventName = L"Global\\C49E4172-B9F8-22EA-5052-D226B8741074-" + id;
-        EXPECT_TRUE(channel.readyEvent.Open(0, 0, eventName.c_str()));
+        EXPECT_TRUE(channel.readyEvent.Open(0, 0, parent.EventName().c_str()));
     }
     RawParent parent;
     QueryServer::ReplyChannel channel;

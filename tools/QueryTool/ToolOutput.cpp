@@ -63,4 +63,43 @@ std::string DeviceJson(const std::vector<QueryClient::Device>& devices) {
     return json + "]\n";
 }
 
+namespace {
+
+std::string SizeText(int32_t cx, int32_t cy) {
+    return std::to_string(cx) + "x" + std::to_string(cy);
+}
+
+std::string RateText(double rate) {
+    char text[32];
+    snprintf(text, sizeof(text), "%.3f", rate);
+    return text;
+}
+
+std::string Column(const std::string& text, size_t width) {
+    return text.size() >= width ? text + " " : text + std::string(width - text.size(), ' ');
+}
+
+}  // namespace
+
+std::string PixelFormatLabel(int32_t format) {
+    const std::string name = QueryClient::PixelFormatName(format);
+    return name.empty() ? "#" + std::to_string(format) : name;
+}
+
+std::string ModeTable(const std::vector<QueryClient::Mode>& modes) {
+    if (modes.empty()) {
+        return "No modes found.\n";
+    }
+    std::string table = Column("FORMAT", 9) + Column("SIZE", 12) + Column("RATE", 10) +
+                        Column("RATE RANGE", 20) + "OUTPUT SIZES\n";
+    for (const QueryClient::Mode& mode : modes) {
+        table += Column(PixelFormatLabel(mode.format), 9) +
+                 Column(SizeText(mode.size_x, mode.size_y), 12) + Column(RateText(mode.rate), 10) +
+                 Column(RateText(mode.minRate) + "-" + RateText(mode.maxRate), 20) +
+                 SizeText(mode.minSize_cx, mode.minSize_cy) + "-" +
+                 SizeText(mode.maxSize_cx, mode.maxSize_cy) + "\n";
+    }
+    return table;
+}
+
 }  // namespace QueryTool

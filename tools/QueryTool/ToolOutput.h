@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client/DeviceList.h"
+#include "client/FormatList.h"
 
 #include <string>
 #include <vector>
@@ -13,5 +14,9 @@ std::string JsonString(const std::wstring& text);
 
 std::string DeviceTable(const std::vector<QueryClient::Device>& devices);
 std::string DeviceJson(const std::vector<QueryClient::Device>& devices);
+
+std::string ModeTable(const std::vector<QueryClient::Mode>& modes);
+// The pixel format's name, or "#<value>" for a value without one.
+std::string PixelFormatLabel(int32_t format);
 
 }  // namespace QueryTool

@@ -1,6 +1,5 @@
 // QueryTool: asks the query server about the machine's video capture devices.
 #include "client/QueryClient.h"
-#include "server/QueryProtocol.h"
 #include "tools/QueryTool/ToolOutput.h"
 
 #include <cstdio>
@@ -11,11 +10,12 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: QueryTool [options] devices | analog | formats <device_id> [device_name]\n"
+    "usage: QueryTool [options] devices | analog | formats <device_id> [device_name] | list\n"
     "\n"
     "  devices            list the video capture devices\n"
     "  analog             list the analog capture devices\n"
     "  formats <id>       list the modes of the device with this id\n"
+    "  list               list the video capture devices, each with its modes\n"
     "\n"
     "options:\n"
     "  --json             print JSON instead of a table\n"
@@ -82,13 +82,54 @@ int ListDevices(QueryClient::Client& client, bool analog, bool json) {
     return 0;
 }
 
-int ListFormats(QueryClient::Client& client, const std::wstring& id, const std::wstring& name) {
-    const QueryClient::RawReply reply = client.Query(QueryProtocol::kMethodDeviceFormats, id, name);
+int ListFormats(QueryClient::Client& client, const std::wstring& id, const std::wstring& name,
+                bool json) {
+    const QueryClient::FormatListReply reply = client.GetDeviceFormats(id, name);
     if (reply.outcome != QueryClient::Outcome::Ok) {
         return ReportOutcome(reply.outcome, reply.detail);
     }
-    Print(std::string(reply.bytes.begin(), reply.bytes.end()) + "\n");
+    // The server's own JSON is printed as it came: it is already the documented form.
+    Print(json ? reply.json + "\n" : QueryTool::ModeTable(reply.modes));
     return 0;
+}
+
+std::string DeviceWithModesJson(const QueryClient::Device& device, const std::string& modes) {
+    return "{\"id\": " + QueryTool::JsonString(device.id) +
+           ", \"name\": " + QueryTool::JsonString(device.name) + ", \"modes\": " + modes + "}";
+}
+
+// Every device with its modes; a device whose query fails is reported and the others go on.
+int ListDevicesWithModes(QueryClient::Client& client, bool json) {
+    const QueryClient::DeviceListReply devices = client.GetVideoDevices();
+    if (devices.outcome != QueryClient::Outcome::Ok) {
+        return ReportOutcome(devices.outcome, devices.detail);
+    }
+    int status = 0;
+    std::vector<std::string> jsonDevices;
+    for (const QueryClient::Device& device : devices.devices) {
+        const QueryClient::FormatListReply modes = client.GetDeviceFormats(device.id, device.name);
+        if (modes.outcome != QueryClient::Outcome::Ok) {
+            status =
+                ReportOutcome(modes.outcome, QueryTool::ToUtf8(device.name) + ": " + modes.detail);
+            continue;
+        }
+        if (json) {
+            jsonDevices.push_back(DeviceWithModesJson(device, modes.json));
+        } else {
+            Print(QueryTool::ToUtf8(device.name) + "  (" + QueryTool::ToUtf8(device.id) + ")\n" +
+                  QueryTool::ModeTable(modes.modes) + "\n");
+        }
+    }
+    if (json) {
+        std::string list;
+        for (const std::string& entry : jsonDevices) {
+            list += (list.empty() ? "" : ", ") + entry;
+        }
+        Print("[" + list + "]\n");
+    } else if (devices.devices.empty()) {
+        Print("No devices found.\n");
+    }
+    return status;
 }
 
 }  // namespace
@@ -110,8 +151,12 @@ int wmain(int argc, wchar_t** argv) {
         return ListDevices(client, words[0] == L"analog", arguments.json);
     }
     if ((words.size() == 2 || words.size() == 3) && words[0] == L"formats") {
-        return ListFormats(client, words[1], words.size() == 3 ? words[2] : std::wstring());
+        return ListFormats(client, words[1], words.size() == 3 ? words[2] : std::wstring(),
+                           arguments.json);
+    }
+    if (words.size() == 1 && words[0] == L"list") {
+        return ListDevicesWithModes(client, arguments.json);
     }
     fprintf(stderr, "%s", kUsage);
-    return Failure("expected one command: devices, analog or formats <device_id>");
+    return Failure("expected one command: devices, analog, formats <device_id> or list");
 }
