@@ -1,14 +1,37 @@
 #include "server/QueryMethods.h"
 
+#include "DShowCapture/DeviceEnumeration.h"
+#include "DShowCapture/VideoCapture.h"
+#include "server/DeviceListReply.h"
+#include "server/FormatReply.h"
+
+#include <string>
+#include <vector>
+
 namespace QueryServer {
 
-// Device discovery is not wired in yet: every query finds nothing, so the parent reads an empty
-// stream, as it would on a machine without capture devices.
-void ReplyVideoDevices(ReplyChannel& /*channel*/) {}
+// The result of each query is ignored on purpose: what was found, possibly nothing, is the reply.
 
-void ReplyAnalogDevices(ReplyChannel& /*channel*/) {}
+void ReplyVideoDevices(ReplyChannel& channel) {
+    std::vector<DShow::VideoDevice> devices;
+    DShow::GetVideoDevices(devices);
+    SendDeviceList(channel, devices);
+}
 
-void ReplyDeviceFormats(ReplyChannel& /*channel*/, const TinyFramework::TinyStringW& /*deviceId*/,
-                        const TinyFramework::TinyStringW& /*deviceName*/) {}
+void ReplyAnalogDevices(ReplyChannel& channel) {
+    std::vector<DShow::VideoDevice> devices;
+    DShow::GetAnalogDevices(devices);
+    SendDeviceList(channel, devices);
+}
+
+void ReplyDeviceFormats(ReplyChannel& channel, const TinyFramework::TinyStringW& deviceId,
+                        const TinyFramework::TinyStringW& deviceName) {
+    const DShow::VideoDevice device(std::wstring(deviceName.GetBuffer()),
+                                    std::wstring(deviceId.GetBuffer()));
+    std::vector<DShow::VideoFormat> formats;
+    DShow::VideoCapture::GetDeviceFormats(device, formats);
+    const std::string text = FormatsToJson(formats);
+    channel.Write(text.data(), static_cast<uint32_t>(text.size()));
+}
 
 }  // namespace QueryServer
