@@ -1,0 +1,180 @@
+// The description parser and the frame counter, independent of any registered device.
+
+#include <gtest/gtest.h>
+
+#include <dshow.h>
+
+#include <random>
+
+#include "tools/VirtualCamera/Config/DeviceConfig.h"
+#include "tools/VirtualCamera/Config/FramePattern.h"
+#include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/MediaFormats.h"
+#include "tools/VirtualCamera/VirtualCameraSetup.h"
+
+namespace VirtualCameraTests {
+namespace {
+
+using namespace VirtualCamera;
+
+std::string Narrow(const std::wstring& text) {
+    return std::string(text.begin(), text.end());
+}
+
+std::wstring ParseError(const std::wstring& text) {
+    std::vector<DeviceDescription> devices;
+    std::wstring error;
+    EXPECT_FALSE(ParseDescription(text, &devices, &error)) << Narrow(text);
+    return error;
+}
+
+TEST(VirtualCameraDescription, DefaultCameraHasThreeModesAndNames) {
+    std::vector<DeviceDescription> devices;
+    std::wstring error;
+    ASSERT_TRUE(ParseDescription(DefaultCameraDescription(), &devices, &error)) << Narrow(error);
+    ASSERT_EQ(devices.size(), 1u);
+    const DeviceDescription& camera = devices[0];
+    EXPECT_EQ(camera.friendlyName.kind, NameKind::Text);
+    EXPECT_EQ(camera.friendlyName.text, L"Virtual Camera");
+    EXPECT_EQ(camera.devicePath.kind, NameKind::Text);
+    EXPECT_EQ(camera.description.kind, NameKind::Absent);
+    ASSERT_EQ(camera.settings.modes.size(), 3u);
+    EXPECT_EQ(SubtypeName(camera.settings.modes[0].subtype), L"YUY2");
+    EXPECT_EQ(camera.settings.modes[0].width, 640);
+    EXPECT_EQ(camera.settings.modes[0].height, 480);
+    EXPECT_EQ(camera.settings.modes[0].avgTimePerFrame, 333333);
+    EXPECT_EQ(camera.settings.modes[0].minFrameInterval, 333333);
+    EXPECT_EQ(camera.settings.modes[0].maxFrameInterval, 2000000);
+    EXPECT_EQ(camera.settings.modes[1].width, 1280);
+    EXPECT_EQ(SubtypeName(camera.settings.modes[2].subtype), L"MJPG");
+    EXPECT_EQ(camera.settings.modes[2].height, 720);
+}
+
+TEST(VirtualCameraDescription, ModeDefaultsFollowTheFrameAndOptionsOverrideThem) {
+    std::vector<DeviceDescription> devices;
+    std::wstring error;
+    ASSERT_TRUE(
+        ParseDescription(L"[device a]\n"
+                         L"mode = NV12 videoinfo2 320 -240 400000\n"
+                         L"mode = ABCD none 16 16 0 min_interval=0 max_interval=-5 "
+                         L"min_output=0x0 max_output=-1x-2\n",
+                         &devices, &error))
+        << Narrow(error);
+    const auto& modes = devices.at(0).settings.modes;
+    ASSERT_EQ(modes.size(), 2u);
+    EXPECT_EQ(modes[0].format, FormatBlock::VideoInfo2);
+    EXPECT_EQ(modes[0].height, -240);
+    EXPECT_EQ(modes[0].minFrameInterval, 400000);
+    EXPECT_EQ(modes[0].maxFrameInterval, 400000);
+    EXPECT_EQ(modes[0].minOutputSize.cx, 320);
+    EXPECT_EQ(modes[0].maxOutputSize.cy, -240);
+    EXPECT_EQ(modes[1].format, FormatBlock::None);
+    EXPECT_EQ(modes[1].subtype.Data1, 0x44434241u);  // 'ABCD'
+    EXPECT_EQ(modes[1].minFrameInterval, 0);
+    EXPECT_EQ(modes[1].maxFrameInterval, -5);
+    EXPECT_EQ(modes[1].minOutputSize.cx, 0);
+    EXPECT_EQ(modes[1].maxOutputSize.cx, -1);
+    EXPECT_EQ(modes[1].maxOutputSize.cy, -2);
+}
+
+TEST(VirtualCameraDescription, BehaviourKeysAreParsed) {
+    std::vector<DeviceDescription> devices;
+    std::wstring error;
+    ASSERT_TRUE(
+        ParseDescription(L"# two devices\n\n[device one]\nFriendlyName:i4 = -7\n"
+                         L"category = {11111111-2222-3333-4444-555555555555}\n"
+                         L"stream_config = off\n"
+                         L"mediums = zero,analog,{11111111-2222-3333-4444-555555555555}:5:7\n"
+                         L"fault = caps_at:2, delay_run:40\nfault = unplug_after:3\n"
+                         L"[device two]\ncategory = short\n",
+                         &devices, &error))
+        << Narrow(error);
+    ASSERT_EQ(devices.size(), 2u);
+    const DeviceDescription& one = devices[0];
+    EXPECT_EQ(one.friendlyName.kind, NameKind::Number);
+    EXPECT_EQ(one.friendlyName.number, -7);
+    EXPECT_EQ(one.settings.category, CategoryAnswer::Custom);
+    EXPECT_FALSE(one.settings.streamConfig);
+    ASSERT_EQ(one.settings.mediums.size(), 3u);
+    EXPECT_TRUE(IsEqualGUID(one.settings.mediums[0].set, GUID_NULL));
+    EXPECT_TRUE(IsEqualGUID(one.settings.mediums[1].set, MEDIUMSETID_VirtualCameraAnalog));
+    EXPECT_EQ(one.settings.mediums[2].id, 5u);
+    EXPECT_EQ(one.settings.mediums[2].flags, 7u);
+    EXPECT_EQ(one.settings.faults.failCapsAt, 2);
+    EXPECT_EQ(one.settings.faults.delayRunMs, 40u);
+    EXPECT_EQ(one.settings.faults.unplugAfterFrames, 3);
+    EXPECT_EQ(devices[1].settings.category, CategoryAnswer::Short);
+    ASSERT_EQ(devices[1].settings.mediums.size(), 1u);
+    EXPECT_TRUE(IsEqualGUID(devices[1].settings.mediums[0].set, MEDIUMSETID_Standard));
+    // What the device reads back from its bag is the same behaviour.
+    DeviceSettings reread;
+    ASSERT_TRUE(ParseDeviceSettings(one.settingsText, &reread, &error)) << Narrow(error);
+    EXPECT_EQ(reread.mediums.size(), 3u);
+    EXPECT_EQ(reread.faults.unplugAfterFrames, 3);
+}
+
+TEST(VirtualCameraDescription, ErrorsNameTheLine) {
+    EXPECT_NE(ParseError(L"[device a]\n\nbogus = 1\n").find(L"line 3"), std::wstring::npos);
+    EXPECT_NE(ParseError(L"mode = YUY2 videoinfo 1 1 1\n").find(L"line 1"), std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device a]\nmode = YUY2 videoinfo 1 x 1\n").find(L"line 2"),
+              std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device a]\nmode = TOOLONG videoinfo 1 1 1\n").find(L"subtype"),
+              std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device a]\nfault = explode\n").find(L"explode"), std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device a]\nmediums = {nope}:1:2\n").find(L"line 2"),
+              std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device ]\n").find(L"instance name"), std::wstring::npos);
+    EXPECT_NE(ParseError(L"# nothing\n").find(L"no device"), std::wstring::npos);
+    EXPECT_NE(ParseError(L"[device a]\nFriendlyName:i4 = ten\n").find(L"integer"),
+              std::wstring::npos);
+}
+
+TEST(VirtualCameraDescription, ArbitraryInputNeverCrashesTheParser) {
+    std::mt19937 random(1234);
+    const std::wstring alphabet = L"[]=:#,{}-x \n\tdevicemodeYUY2videoinfo0123456789fault_";
+    for (int round = 0; round < 500; ++round) {
+        std::wstring text;
+        const int length = static_cast<int>(random() % 200);
+        for (int i = 0; i < length; ++i) text += alphabet[random() % alphabet.size()];
+        std::vector<DeviceDescription> devices;
+        std::wstring error;
+        if (!ParseDescription(text, &devices, &error)) {
+            EXPECT_FALSE(error.empty());
+        }
+    }
+}
+
+class VirtualCameraFrameCounterRoundTrip : public ::testing::TestWithParam<const wchar_t*> {};
+
+TEST_P(VirtualCameraFrameCounterRoundTrip, PaintedCounterDecodes) {
+    GUID subtype;
+    ASSERT_TRUE(SubtypeFromName(GetParam(), &subtype));
+    const LONG width = 64;
+    const LONG height = 8;
+    std::vector<BYTE> frame(ImageSize(subtype, width, height));
+    ASSERT_FALSE(frame.empty());
+    for (uint32_t counter : {0u, 1u, 0x80000001u, 123456789u}) {
+        PaintFrame(subtype, width, height, counter, frame.data(), frame.size());
+        uint32_t decoded = 0;
+        ASSERT_TRUE(DecodeFrameCounter(subtype, frame.data(), frame.size(), &decoded));
+        EXPECT_EQ(decoded, counter);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, VirtualCameraFrameCounterRoundTrip,
+                         ::testing::Values(L"YUY2", L"UYVY", L"I420", L"IYUV", L"YV12", L"NV12",
+                                           L"RGB24", L"RGB32", L"ARGB32", L"RGB565"));
+
+TEST(VirtualCameraFrameCounter, JpegSegmentRoundTrip) {
+    const std::vector<BYTE> jpeg = {0xFF, 0xD8, 0xFF, 0xD9};
+    const std::vector<BYTE> framed = AddCounterToJpeg(jpeg, 0x01020304);
+    GUID mjpg;
+    ASSERT_TRUE(SubtypeFromName(L"MJPG", &mjpg));
+    uint32_t decoded = 0;
+    ASSERT_TRUE(DecodeFrameCounter(mjpg, framed.data(), framed.size(), &decoded));
+    EXPECT_EQ(decoded, 0x01020304u);
+    EXPECT_EQ(framed.back(), 0xD9);
+}
+
+}  // namespace
+}  // namespace VirtualCameraTests

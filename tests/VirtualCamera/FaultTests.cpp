@@ -1,0 +1,159 @@
+// Faults a device can be told to have, seen through the published interfaces.
+
+#include <evcode.h>
+
+#include "TestSupport.h"
+#include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/MediaFormats.h"
+
+namespace VirtualCameraTests {
+namespace {
+
+constexpr DWORD kAccessViolation = 0xC0000005;
+constexpr LONGLONG kDelayMs = 300;
+// Sleep may end a little early on a coarse timer.
+constexpr LONGLONG kDelayTolerance = 30;
+
+class VirtualCameraFaultTest : public VirtualCameraTest {
+protected:
+    std::wstring AddDevice(const std::wstring& settings) {
+        const std::wstring name = UniqueName(std::to_wstring(++devices_));
+        AddDevices(L"[device " + name + L"]\n" + settings);
+        return name;
+    }
+    int devices_ = 0;
+};
+
+TEST_F(VirtualCameraFaultTest, CreateFaultMakesBindingFail) {
+    const std::wstring name = AddDevice(L"fault = create\nmode = YUY2 videoinfo 64 48 333333\n");
+    ASSERT_TRUE(FindMoniker(name));
+    ComPtr<IBaseFilter> filter;
+    const HRESULT hr = BindFilter(name, &filter);
+    EXPECT_TRUE(FAILED(hr));
+    EXPECT_EQ(hr, VirtualCamera::kCreateRefusedError);
+    EXPECT_FALSE(filter);
+}
+
+TEST_F(VirtualCameraFaultTest, CapabilityCountCanFail) {
+    const std::wstring name =
+        AddDevice(L"fault = caps_count\nmode = YUY2 videoinfo 64 48 333333\n");
+    ComPtr<IAMStreamConfig> config = StreamConfig(name);
+    ASSERT_TRUE(config);
+    int count = 0;
+    int size = 0;
+    EXPECT_TRUE(FAILED(config->GetNumberOfCapabilities(&count, &size)));
+}
+
+TEST_F(VirtualCameraFaultTest, CapabilityAtOneIndexFails) {
+    const std::wstring name = AddDevice(
+        L"fault = caps_at:1\nmode = YUY2 videoinfo 64 48 333333\n"
+        L"mode = YUY2 videoinfo 32 24 333333\n"
+        L"mode = RGB24 videoinfo 32 24 333333\n");
+    ComPtr<IAMStreamConfig> config = StreamConfig(name);
+    ASSERT_TRUE(config);
+    for (int index = 0; index < 3; ++index) {
+        AM_MEDIA_TYPE* type = nullptr;
+        VIDEO_STREAM_CONFIG_CAPS caps = {};
+        const HRESULT hr = config->GetStreamCaps(index, &type, reinterpret_cast<BYTE*>(&caps));
+        if (index == 1) {
+            EXPECT_TRUE(FAILED(hr)) << index;
+        } else {
+            EXPECT_EQ(hr, S_OK) << index;
+        }
+        VirtualCamera::DeleteMediaType(type);
+    }
+}
+
+TEST_F(VirtualCameraFaultTest, BindingCanBeSlow) {
+    const std::wstring name = AddDevice(L"fault = delay_bind:" + std::to_wstring(kDelayMs) + L"\n");
+    ComPtr<IMoniker> moniker = FindMoniker(name);
+    ASSERT_TRUE(moniker);
+    ComPtr<IBaseFilter> filter;
+    const LONGLONG start = NowMilliseconds();
+    ASSERT_EQ(moniker->BindToObject(nullptr, nullptr, IID_PPV_ARGS(&filter)), S_OK);
+    EXPECT_GE(NowMilliseconds() - start, kDelayMs - kDelayTolerance);
+}
+
+TEST_F(VirtualCameraFaultTest, CapabilitiesCanBeSlow) {
+    const std::wstring name = AddDevice(L"fault = delay_caps:" + std::to_wstring(kDelayMs) +
+                                        L"\nmode = YUY2 videoinfo 64 48 333333\n");
+    ComPtr<IAMStreamConfig> config = StreamConfig(name);
+    ASSERT_TRUE(config);
+    AM_MEDIA_TYPE* type = nullptr;
+    VIDEO_STREAM_CONFIG_CAPS caps = {};
+    const LONGLONG start = NowMilliseconds();
+    ASSERT_EQ(config->GetStreamCaps(0, &type, reinterpret_cast<BYTE*>(&caps)), S_OK);
+    EXPECT_GE(NowMilliseconds() - start, kDelayMs - kDelayTolerance);
+    VirtualCamera::DeleteMediaType(type);
+}
+
+TEST_F(VirtualCameraFaultTest, RunCanBeSlow) {
+    const std::wstring name = AddDevice(L"fault = delay_run:" + std::to_wstring(kDelayMs) +
+                                        L"\nmode = YUY2 videoinfo 64 48 333333\n");
+    CaptureGraph graph;
+    BuildGraph(name, &graph);
+    const LONGLONG start = NowMilliseconds();
+    ASSERT_TRUE(SUCCEEDED(graph.control->Run()));
+    EXPECT_GE(NowMilliseconds() - start, kDelayMs - kDelayTolerance);
+    EXPECT_TRUE(graph.sink->WaitForFrames(1, 5000));
+}
+
+TEST_F(VirtualCameraFaultTest, RunCanBeRefusedAsInUse) {
+    const std::wstring name =
+        AddDevice(L"fault = run_in_use\nmode = YUY2 videoinfo 64 48 333333\n");
+    CaptureGraph graph;
+    BuildGraph(name, &graph);
+    EXPECT_EQ(graph.camera->Run(0), VirtualCamera::kRunRefusedError);
+    const HRESULT hr = graph.control->Run();
+    if (hr != VirtualCamera::kRunRefusedError) {
+        // Wine 8's graph manager drops a filter's failing Run and answers S_OK; the refusal then
+        // shows as a camera that never starts.
+        EXPECT_EQ(hr, S_OK);
+        FILTER_STATE state = State_Running;
+        graph.camera->GetState(0, &state);
+        EXPECT_NE(state, State_Running);
+        Sleep(200);
+    }
+    graph.control->Stop();
+    EXPECT_EQ(graph.sink->FrameCount(), 0u);
+}
+
+TEST_F(VirtualCameraFaultTest, UnpluggedDeviceReportsDeviceLostAndStops) {
+    const std::wstring name =
+        AddDevice(L"fault = unplug_after:5\nmode = YUY2 videoinfo 64 48 200000\n");
+    CaptureGraph graph;
+    BuildGraph(name, &graph);
+    ASSERT_TRUE(SUCCEEDED(graph.control->Run()));
+    LONG_PTR lostDevice = 0;
+    ASSERT_TRUE(WaitForEvent(graph.events.Get(), EC_DEVICE_LOST, 5000, &lostDevice));
+    ComPtr<IUnknown> cameraIdentity;
+    ASSERT_EQ(graph.camera.As(&cameraIdentity), S_OK);
+    ComPtr<IUnknown> reportedIdentity;
+    ASSERT_EQ(
+        reinterpret_cast<IUnknown*>(lostDevice)->QueryInterface(IID_PPV_ARGS(&reportedIdentity)),
+        S_OK);
+    EXPECT_EQ(reportedIdentity.Get(), cameraIdentity.Get());
+    EXPECT_EQ(graph.sink->FrameCount(), 5u);
+    Sleep(300);
+    EXPECT_EQ(graph.sink->FrameCount(), 5u);
+    EXPECT_EQ(graph.control->Stop(), S_OK);
+}
+
+TEST_F(VirtualCameraFaultTest, CrashInCapabilitiesEndsTheProcess) {
+    const std::wstring crashing =
+        AddDevice(L"fault = crash_caps\nmode = YUY2 videoinfo 64 48 333333\n");
+    const std::wstring healthy = AddDevice(L"mode = YUY2 videoinfo 64 48 333333\n");
+    EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"caps " + healthy), 0u);
+    EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"caps " + crashing), kAccessViolation);
+}
+
+TEST_F(VirtualCameraFaultTest, CrashOnTheStreamingThreadEndsTheProcess) {
+    const std::wstring crashing =
+        AddDevice(L"fault = crash_streaming\nmode = YUY2 videoinfo 64 48 333333\n");
+    const std::wstring healthy = AddDevice(L"mode = YUY2 videoinfo 64 48 333333\n");
+    EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"stream " + healthy), 0u);
+    EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"stream " + crashing), kAccessViolation);
+}
+
+}  // namespace
+}  // namespace VirtualCameraTests

@@ -1,0 +1,38 @@
+#pragma once
+// The moving test picture the virtual camera sends, and the frame counter it carries.
+//
+// Uncompressed frames: the first 32 pixels of the first row in memory (the bytes at the start of
+// the buffer, whatever the row order) hold the frame number, most significant bit first. A pixel
+// stands for 1 when it is bright and 0 when it is dark, judged on one byte per pixel:
+//   YUY2: byte 2*i (Y)        UYVY: byte 2*i+1 (Y)      I420/IYUV/YV12/NV12: byte i (Y plane)
+//   RGB24: byte 3*i           RGB32/ARGB32: byte 4*i    RGB565 and other 16-bit: byte 2*i
+// Bright is 235 (YUV) or 255 (RGB), dark 16 or 0; a decoder compares against 128. A frame
+// narrower than 32 pixels carries only the high-order bits that fit; decode wide frames only.
+//
+// MJPG frames: a JPEG comment segment right after SOI: FF D8 FF FE 00 0A 'V' 'C' 'A' 'M' followed
+// by the frame number as 4 bytes, most significant first.
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace VirtualCamera {
+
+inline constexpr int kCounterPixels = 32;
+
+// Fills an uncompressed frame: bars that move one step per frame, and the counter.
+void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, BYTE* data,
+                size_t size);
+
+// Reads the counter back from an uncompressed frame or an MJPG frame.
+bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint32_t* counter);
+
+// Inserts the counter segment right after the SOI marker of a JPEG image.
+std::vector<BYTE> AddCounterToJpeg(const std::vector<BYTE>& jpeg, uint32_t counter);
+
+// Writes the moving bars (without counter) as 24-bit BGR top-down rows of `stride` bytes.
+void PaintBgrPicture(LONG width, LONG height, uint32_t phase, BYTE* rows, size_t stride);
+
+}  // namespace VirtualCamera

@@ -1,0 +1,33 @@
+#pragma once
+// Identifiers shared by the virtual camera DLL, its setup library and its tests.
+
+#include <windows.h>
+
+namespace VirtualCamera {
+
+// The COM class of the virtual camera filter; every virtual device is an instance of it.
+// {8E0F6C1A-52B4-4D6B-9C21-6A3D57E1B0C4}
+extern const GUID CLSID_VirtualCameraFilter;
+
+// The medium an "analog" device reports next to (or instead of) the standard one. Any medium
+// outside KSMEDIUMSETID_Standard marks a device as analog to code that inspects mediums.
+// {C4D7A2E9-1B3F-4E58-8A6D-2F91B0E7C35D}
+extern const GUID MEDIUMSETID_VirtualCameraAnalog;
+
+// The kernel-streaming standard medium set, {4747B320-62CE-11CF-A5D6-28DB04C10000}. Declared here
+// because the SDK header only offers it through macros that need MSVC's __uuidof.
+extern const GUID MEDIUMSETID_Standard;
+
+// Names of the values stored in a device's property bag.
+inline constexpr const wchar_t* kBagFriendlyName = L"FriendlyName";
+inline constexpr const wchar_t* kBagDescription = L"Description";
+inline constexpr const wchar_t* kBagDevicePath = L"DevicePath";
+// The device's behaviour (modes, pin answers, faults) as the text lines of its description.
+inline constexpr const wchar_t* kBagSettings = L"VirtualCameraSettings";
+
+// The code a device refuses creation with (fault = create).
+inline constexpr HRESULT kCreateRefusedError = HRESULT_FROM_WIN32(ERROR_DEVICE_NOT_CONNECTED);
+// The code Run is refused with (fault = run_in_use): a device already in use elsewhere.
+inline constexpr HRESULT kRunRefusedError = static_cast<HRESULT>(0x8007001F);
+
+}  // namespace VirtualCamera

@@ -1,0 +1,88 @@
+#pragma once
+// The virtual camera's source filter: one capture output pin, a device's settings read from its
+// property bag when the device moniker binds, and the usual Stopped/Paused/Running states. A
+// live source: it produces frames only while running, and reports VFW_S_CANT_CUE when paused.
+
+#include <windows.h>
+#include <strmif.h>
+#include <ocidl.h>
+#include <wrl/client.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "tools/VirtualCamera/Config/DeviceConfig.h"
+#include "tools/VirtualCamera/Filter/ModuleLifetime.h"
+
+namespace VirtualCamera {
+
+class CapturePin;
+
+class CaptureFilter final : public IBaseFilter,
+                            public IAMFilterMiscFlags,
+                            public IPersistPropertyBag {
+public:
+    CaptureFilter();
+
+    // IUnknown
+    STDMETHODIMP QueryInterface(REFIID riid, void** object) override;
+    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) Release() override;
+
+    // IPersist
+    STDMETHODIMP GetClassID(CLSID* clsid) override;
+
+    // IMediaFilter
+    STDMETHODIMP Stop() override;
+    STDMETHODIMP Pause() override;
+    STDMETHODIMP Run(REFERENCE_TIME start) override;
+    STDMETHODIMP GetState(DWORD timeoutMs, FILTER_STATE* state) override;
+    STDMETHODIMP SetSyncSource(IReferenceClock* clock) override;
+    STDMETHODIMP GetSyncSource(IReferenceClock** clock) override;
+
+    // IBaseFilter
+    STDMETHODIMP EnumPins(IEnumPins** pins) override;
+    STDMETHODIMP FindPin(LPCWSTR id, IPin** pin) override;
+    STDMETHODIMP QueryFilterInfo(FILTER_INFO* info) override;
+    STDMETHODIMP JoinFilterGraph(IFilterGraph* graph, LPCWSTR name) override;
+    STDMETHODIMP QueryVendorInfo(LPWSTR* vendorInfo) override;
+
+    // IAMFilterMiscFlags
+    STDMETHODIMP_(ULONG) GetMiscFlags() override;
+
+    // IPersistPropertyBag
+    STDMETHODIMP InitNew() override;
+    STDMETHODIMP Load(IPropertyBag* bag, IErrorLog* log) override;
+    STDMETHODIMP Save(IPropertyBag* bag, BOOL clearDirty, BOOL saveAll) override;
+
+    // For the pin.
+    const DeviceSettings& Settings() const { return settings_; }
+    std::recursive_mutex& Lock() { return lock_; }
+    FILTER_STATE State() const { return state_; }
+    IFilterGraph* Graph() const { return graph_; }
+    // Called from the streaming thread when the device goes away.
+    void NotifyDeviceLost();
+
+private:
+    ~CaptureFilter();
+    HRESULT ReadSettings(IPropertyBag* bag);
+    HRESULT StartStreaming(REFERENCE_TIME start);
+
+    ModuleReference module_;
+    std::atomic<ULONG> references_{1};
+    std::recursive_mutex lock_;
+    DeviceSettings settings_;
+    bool loaded_ = false;
+    std::wstring deviceName_;
+    FILTER_STATE state_ = State_Stopped;
+    Microsoft::WRL::ComPtr<IReferenceClock> clock_;
+    // The graph owns the filter, so the filter keeps only plain pointers to it.
+    IFilterGraph* graph_ = nullptr;
+    IMediaEventSink* eventSink_ = nullptr;
+    std::wstring nameInGraph_;
+    std::unique_ptr<CapturePin> pin_;
+};
+
+}  // namespace VirtualCamera

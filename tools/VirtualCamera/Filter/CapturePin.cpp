@@ -1,0 +1,554 @@
+#include "tools/VirtualCamera/Filter/CapturePin.h"
+
+#include <amvideo.h>
+#include <uuids.h>
+#include <vfwmsgs.h>
+
+#include <algorithm>
+
+#include "tools/VirtualCamera/Filter/CaptureFilter.h"
+#include "tools/VirtualCamera/Filter/Enumerators.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace VirtualCamera {
+namespace {
+
+constexpr const wchar_t* kPinName = L"Capture";
+// Used when a mode gives no frame rate: 30 frames a second.
+constexpr REFERENCE_TIME kDefaultFrameInterval = 333333;
+constexpr long kMinimumBuffers = 3;
+
+void CrashLikeABrokenDriver() {
+    // The address goes through a volatile variable so the compiler cannot see it is invalid.
+    volatile uintptr_t address = 0x10;
+    *reinterpret_cast<volatile int*>(address) = 1;
+}
+
+LPWSTR CopyToTaskMemory(const wchar_t* text) {
+    const size_t bytes = (wcslen(text) + 1) * sizeof(wchar_t);
+    auto* copy = static_cast<LPWSTR>(CoTaskMemAlloc(bytes));
+    if (copy) CopyMemory(copy, text, bytes);
+    return copy;
+}
+
+void FillStreamCaps(const ModeConfig& mode, VIDEO_STREAM_CONFIG_CAPS* caps) {
+    ZeroMemory(caps, sizeof(*caps));
+    switch (mode.format) {
+        case FormatBlock::VideoInfo:
+            caps->guid = FORMAT_VideoInfo;
+            break;
+        case FormatBlock::VideoInfo2:
+            caps->guid = FORMAT_VideoInfo2;
+            break;
+        case FormatBlock::None:
+            caps->guid = FORMAT_None;
+            break;
+    }
+    const SIZE frame = {mode.width, mode.height};
+    caps->VideoStandard = 0;
+    caps->InputSize = frame;
+    caps->MinCroppingSize = frame;
+    caps->MaxCroppingSize = frame;
+    caps->CropGranularityX = 1;
+    caps->CropGranularityY = 1;
+    caps->CropAlignX = 1;
+    caps->CropAlignY = 1;
+    caps->MinOutputSize = mode.minOutputSize;
+    caps->MaxOutputSize = mode.maxOutputSize;
+    caps->OutputGranularityX = 1;
+    caps->OutputGranularityY = 1;
+    caps->MinFrameInterval = mode.minFrameInterval;
+    caps->MaxFrameInterval = mode.maxFrameInterval;
+    const LONGLONG bitsPerFrame =
+        static_cast<LONGLONG>(ImageSize(mode.subtype, mode.width, mode.height)) * 8;
+    if (mode.maxFrameInterval > 0) {
+        caps->MinBitsPerSecond = static_cast<LONG>(
+            std::min<LONGLONG>(bitsPerFrame * 10000000 / mode.maxFrameInterval, MAXLONG));
+    }
+    if (mode.minFrameInterval > 0) {
+        caps->MaxBitsPerSecond = static_cast<LONG>(
+            std::min<LONGLONG>(bitsPerFrame * 10000000 / mode.minFrameInterval, MAXLONG));
+    }
+}
+
+// The parts of a type that pick a mode: subtype, format type and, with a block, the frame size.
+bool TypeSelectsMode(const AM_MEDIA_TYPE& type, const ModeConfig& mode) {
+    MediaType modeType;
+    if (FAILED(BuildMediaType(mode, modeType.get()))) return false;
+    if (!IsEqualGUID(type.majortype, modeType->majortype) ||
+        !IsEqualGUID(type.subtype, modeType->subtype) ||
+        !IsEqualGUID(type.formattype, modeType->formattype)) {
+        return false;
+    }
+    if (mode.format == FormatBlock::None) return true;
+    const BITMAPINFOHEADER* wanted = BitmapHeaderOf(type);
+    return wanted && wanted->biWidth == mode.width && wanted->biHeight == mode.height;
+}
+
+}  // namespace
+
+CapturePin::CapturePin(CaptureFilter* filter) : filter_(filter) {}
+
+CapturePin::~CapturePin() {
+    streamer_.Stop();
+}
+
+STDMETHODIMP CapturePin::QueryInterface(REFIID riid, void** object) {
+    if (!object) return E_POINTER;
+    *object = nullptr;
+    const DeviceSettings& settings = filter_->Settings();
+    if (riid == IID_IUnknown || riid == IID_IPin) {
+        *object = static_cast<IPin*>(this);
+    } else if (riid == IID_IAMStreamConfig && settings.streamConfig) {
+        *object = static_cast<IAMStreamConfig*>(this);
+    } else if (riid == IID_IKsPropertySet && settings.category != CategoryAnswer::None) {
+        *object = static_cast<IKsPropertySet*>(this);
+    } else if (riid == IID_IKsPin) {
+        *object = static_cast<IKsPin*>(this);
+    } else {
+        return E_NOINTERFACE;
+    }
+    AddRef();
+    return S_OK;
+}
+
+STDMETHODIMP_(ULONG) CapturePin::AddRef() {
+    return filter_->AddRef();
+}
+STDMETHODIMP_(ULONG) CapturePin::Release() {
+    return filter_->Release();
+}
+
+// ---- Connection ------------------------------------------------------------------------------
+
+std::vector<MediaType> CapturePin::OfferedTypes() const {
+    std::vector<MediaType> types;
+    if (hasSelectedType_) {
+        types.push_back(selectedType_);
+        return types;
+    }
+    for (const auto& mode : filter_->Settings().modes) {
+        MediaType type;
+        if (SUCCEEDED(BuildMediaType(mode, type.get()))) types.push_back(type);
+    }
+    return types;
+}
+
+STDMETHODIMP CapturePin::Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) {
+    if (!receivePin) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (peer_) return VFW_E_ALREADY_CONNECTED;
+    if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
+    PIN_DIRECTION direction = PINDIR_OUTPUT;
+    HRESULT hr = receivePin->QueryDirection(&direction);
+    if (FAILED(hr)) return hr;
+    if (direction != PINDIR_INPUT) return VFW_E_INVALID_DIRECTION;
+    bool anyCandidate = false;
+    for (const auto& candidate : OfferedTypes()) {
+        if (type && !MediaTypeMatchesPartial(*candidate, *type)) continue;
+        anyCandidate = true;
+        if (SUCCEEDED(TryConnection(receivePin, *candidate))) return S_OK;
+    }
+    return anyCandidate ? VFW_E_NO_ACCEPTABLE_TYPES : VFW_E_TYPE_NOT_ACCEPTED;
+}
+
+HRESULT CapturePin::TryConnection(IPin* receivePin, const AM_MEDIA_TYPE& type) {
+    peer_ = receivePin;
+    HRESULT hr = connectionType_.Assign(type);
+    if (SUCCEEDED(hr)) hr = receivePin->ReceiveConnection(this, &type);
+    if (FAILED(hr)) {
+        ClearConnection();
+        return hr;
+    }
+    ComPtr<IMemInputPin> input;
+    hr = receivePin->QueryInterface(IID_PPV_ARGS(&input));
+    ComPtr<IMemAllocator> allocator;
+    if (SUCCEEDED(hr)) hr = DecideAllocator(input.Get(), &allocator);
+    if (FAILED(hr)) {
+        receivePin->Disconnect();
+        ClearConnection();
+        return hr;
+    }
+    peerInput_ = input;
+    allocator_ = allocator;
+    return S_OK;
+}
+
+HRESULT CapturePin::DecideAllocator(IMemInputPin* input, IMemAllocator** chosen) {
+    ALLOCATOR_PROPERTIES wanted = {};
+    // Not every input pin has requirements; E_NOTIMPL leaves them all zero.
+    if (FAILED(input->GetAllocatorRequirements(&wanted))) wanted = ALLOCATOR_PROPERTIES();
+    ComPtr<IMemAllocator> allocator;
+    HRESULT hr = input->GetAllocator(&allocator);
+    if (SUCCEEDED(hr) && allocator) {
+        hr = ConfigureAllocator(allocator.Get(), wanted, input);
+        if (SUCCEEDED(hr)) {
+            *chosen = allocator.Detach();
+            return S_OK;
+        }
+    }
+    allocator.Reset();
+    hr = CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER,
+                          IID_PPV_ARGS(&allocator));
+    if (FAILED(hr)) return hr;
+    hr = ConfigureAllocator(allocator.Get(), wanted, input);
+    if (FAILED(hr)) return hr;
+    *chosen = allocator.Detach();
+    return S_OK;
+}
+
+HRESULT CapturePin::ConfigureAllocator(IMemAllocator* allocator, const ALLOCATOR_PROPERTIES& wanted,
+                                       IMemInputPin* input) {
+    ALLOCATOR_PROPERTIES request = wanted;
+    request.cBuffers = std::max(wanted.cBuffers, kMinimumBuffers);
+    request.cbBuffer = std::max<long>(wanted.cbBuffer, static_cast<long>(FrameBytes()));
+    request.cbAlign = std::max<long>(wanted.cbAlign, 1);
+    request.cbPrefix = wanted.cbPrefix;
+    ALLOCATOR_PROPERTIES actual = {};
+    HRESULT hr = allocator->SetProperties(&request, &actual);
+    if (FAILED(hr)) return hr;
+    if (actual.cbBuffer < static_cast<long>(FrameBytes())) return E_FAIL;
+    return input->NotifyAllocator(allocator, FALSE);
+}
+
+void CapturePin::ClearConnection() {
+    peer_.Reset();
+    peerInput_.Reset();
+    allocator_.Reset();
+    connectionType_.Clear();
+}
+
+STDMETHODIMP CapturePin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) {
+    // An output pin starts connections; it never accepts one.
+    return E_UNEXPECTED;
+}
+
+STDMETHODIMP CapturePin::Disconnect() {
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
+    if (!peer_) return S_FALSE;
+    streamer_.Stop();
+    if (allocator_) allocator_->Decommit();
+    ClearConnection();
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::ConnectedTo(IPin** pin) {
+    if (!pin) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    *pin = peer_.Get();
+    if (!*pin) return VFW_E_NOT_CONNECTED;
+    (*pin)->AddRef();
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
+    if (!type) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (!peer_) {
+        ZeroMemory(type, sizeof(*type));
+        return VFW_E_NOT_CONNECTED;
+    }
+    return CopyMediaType(type, *connectionType_);
+}
+
+STDMETHODIMP CapturePin::QueryPinInfo(PIN_INFO* info) {
+    if (!info) return E_POINTER;
+    info->pFilter = filter_;
+    info->pFilter->AddRef();
+    info->dir = PINDIR_OUTPUT;
+    wcsncpy(info->achName, kPinName, MAX_PIN_NAME);
+    info->achName[MAX_PIN_NAME - 1] = L'\0';
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::QueryDirection(PIN_DIRECTION* direction) {
+    if (!direction) return E_POINTER;
+    *direction = PINDIR_OUTPUT;
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::QueryId(LPWSTR* id) {
+    if (!id) return E_POINTER;
+    *id = CopyToTaskMemory(kPinName);
+    return *id ? S_OK : E_OUTOFMEMORY;
+}
+
+STDMETHODIMP CapturePin::QueryAccept(const AM_MEDIA_TYPE* type) {
+    if (!type) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    for (const auto& offered : OfferedTypes()) {
+        if (MediaTypesEqual(*offered, *type)) return S_OK;
+    }
+    return S_FALSE;
+}
+
+STDMETHODIMP CapturePin::EnumMediaTypes(IEnumMediaTypes** types) {
+    if (!types) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    *types = new (std::nothrow) MediaTypeEnumerator(OfferedTypes());
+    return *types ? S_OK : E_OUTOFMEMORY;
+}
+
+STDMETHODIMP CapturePin::QueryInternalConnections(IPin**, ULONG*) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::EndOfStream() {
+    return E_UNEXPECTED;
+}
+STDMETHODIMP CapturePin::BeginFlush() {
+    return E_UNEXPECTED;
+}
+STDMETHODIMP CapturePin::EndFlush() {
+    return E_UNEXPECTED;
+}
+STDMETHODIMP CapturePin::NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
+    return S_OK;
+}
+
+// ---- Modes -----------------------------------------------------------------------------------
+
+const ModeConfig* CapturePin::FindMode(const AM_MEDIA_TYPE& type) const {
+    for (const auto& mode : filter_->Settings().modes) {
+        if (TypeSelectsMode(type, mode)) return &mode;
+    }
+    return nullptr;
+}
+
+DWORD CapturePin::FrameBytes() const {
+    // A type without a format block still belongs to a mode, which knows the frame size.
+    const ModeConfig* mode = FindMode(*connectionType_);
+    DWORD bytes = 0;
+    if (mode) {
+        bytes = ImageSize(mode->subtype, mode->width, mode->height);
+    } else if (const BITMAPINFOHEADER* header = BitmapHeaderOf(*connectionType_)) {
+        bytes = ImageSize(connectionType_->subtype, header->biWidth, header->biHeight);
+    }
+    return std::max<DWORD>(bytes, 1);
+}
+
+REFERENCE_TIME CapturePin::FrameInterval() const {
+    REFERENCE_TIME interval = AvgTimePerFrameOf(*connectionType_);
+    if (interval <= 0) {
+        const ModeConfig* mode = FindMode(*connectionType_);
+        if (mode) interval = mode->avgTimePerFrame;
+    }
+    return interval > 0 ? interval : kDefaultFrameInterval;
+}
+
+STDMETHODIMP CapturePin::SetFormat(AM_MEDIA_TYPE* type) {
+    if (!type) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    const ModeConfig* mode = FindMode(*type);
+    if (!mode) return VFW_E_INVALIDMEDIATYPE;
+    MediaType chosen;
+    HRESULT hr = chosen.Assign(*type);
+    if (FAILED(hr)) return hr;
+    if (peer_) {
+        if (MediaTypesEqual(*connectionType_, *chosen)) return S_OK;
+        if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
+        if (peer_->QueryAccept(chosen.get()) != S_OK) return VFW_E_INVALIDMEDIATYPE;
+    }
+    selectedType_ = chosen;
+    hasSelectedType_ = true;
+    return peer_ ? ReconnectWith(*chosen) : S_OK;
+}
+
+HRESULT CapturePin::ReconnectWith(const AM_MEDIA_TYPE& type) {
+    IFilterGraph* graph = filter_->Graph();
+    if (!graph) return VFW_E_NOT_IN_GRAPH;
+    ComPtr<IPin> peer = peer_;
+    MediaType copy;
+    HRESULT hr = copy.Assign(type);
+    if (FAILED(hr)) return hr;
+    hr = peer->Disconnect();
+    if (FAILED(hr)) return hr;
+    Disconnect();
+    return graph->ConnectDirect(this, peer.Get(), copy.get());
+}
+
+STDMETHODIMP CapturePin::GetFormat(AM_MEDIA_TYPE** type) {
+    if (!type) return E_POINTER;
+    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    *type = nullptr;
+    if (peer_) {
+        *type = CreateMediaTypeCopy(*connectionType_);
+    } else {
+        const auto offered = OfferedTypes();
+        if (offered.empty()) return VFW_E_NO_TYPES;
+        *type = CreateMediaTypeCopy(*offered.front());
+    }
+    return *type ? S_OK : E_OUTOFMEMORY;
+}
+
+STDMETHODIMP CapturePin::GetNumberOfCapabilities(int* count, int* size) {
+    if (!count || !size) return E_POINTER;
+    if (filter_->Settings().faults.failCapsCount) return E_FAIL;
+    *count = static_cast<int>(filter_->Settings().modes.size());
+    *size = sizeof(VIDEO_STREAM_CONFIG_CAPS);
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) {
+    if (!type || !caps) return E_POINTER;
+    const DeviceSettings& settings = filter_->Settings();
+    if (settings.faults.delayCapsMs) Sleep(settings.faults.delayCapsMs);
+    if (settings.faults.crashCaps) CrashLikeABrokenDriver();
+    if (settings.faults.failCapsAt == index) return E_FAIL;
+    if (index < 0 || static_cast<size_t>(index) >= settings.modes.size()) return S_FALSE;
+    const ModeConfig& mode = settings.modes[index];
+    MediaType built;
+    HRESULT hr = BuildMediaType(mode, built.get());
+    if (FAILED(hr)) return hr;
+    *type = CreateMediaTypeCopy(*built);
+    if (!*type) return E_OUTOFMEMORY;
+    FillStreamCaps(mode, reinterpret_cast<VIDEO_STREAM_CONFIG_CAPS*>(caps));
+    return S_OK;
+}
+
+// ---- Pin category ----------------------------------------------------------------------------
+
+STDMETHODIMP CapturePin::Set(REFGUID, DWORD, void*, DWORD, void*, DWORD) {
+    return E_PROP_ID_UNSUPPORTED;
+}
+
+STDMETHODIMP CapturePin::Get(REFGUID set, DWORD id, void*, DWORD, void* data, DWORD dataSize,
+                             DWORD* returned) {
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) return E_PROP_SET_UNSUPPORTED;
+    if (id != AMPROPERTY_PIN_CATEGORY) return E_PROP_ID_UNSUPPORTED;
+    const DeviceSettings& settings = filter_->Settings();
+    const GUID category = settings.category == CategoryAnswer::Custom ? settings.customCategory
+                                                                      : PIN_CATEGORY_CAPTURE;
+    // A "short" answer stands for a driver that reports only part of the GUID.
+    const DWORD answerSize =
+        settings.category == CategoryAnswer::Short ? sizeof(GUID) / 2 : sizeof(GUID);
+    if (!data) {
+        if (!returned) return E_POINTER;
+        *returned = answerSize;
+        return S_OK;
+    }
+    if (dataSize < answerSize) return E_UNEXPECTED;
+    CopyMemory(data, &category, answerSize);
+    if (returned) *returned = answerSize;
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::QuerySupported(REFGUID set, DWORD id, DWORD* support) {
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) return E_PROP_SET_UNSUPPORTED;
+    if (id != AMPROPERTY_PIN_CATEGORY) return E_PROP_ID_UNSUPPORTED;
+    if (support) *support = KSPROPERTY_SUPPORT_GET;
+    return S_OK;
+}
+
+// ---- Mediums ---------------------------------------------------------------------------------
+
+STDMETHODIMP CapturePin::KsQueryMediums(PKSMULTIPLE_ITEM* mediums) {
+    if (!mediums) return E_POINTER;
+    const auto& configured = filter_->Settings().mediums;
+    const ULONG bytes =
+        static_cast<ULONG>(sizeof(KSMULTIPLE_ITEM) + configured.size() * sizeof(REGPINMEDIUM));
+    auto* list = static_cast<KSMULTIPLE_ITEM*>(CoTaskMemAlloc(bytes));
+    if (!list) return E_OUTOFMEMORY;
+    list->Size = bytes;
+    list->Count = static_cast<ULONG>(configured.size());
+    auto* items = reinterpret_cast<REGPINMEDIUM*>(list + 1);
+    for (size_t i = 0; i < configured.size(); ++i) {
+        items[i].clsMedium = configured[i].set;
+        items[i].dw1 = configured[i].id;
+        items[i].dw2 = configured[i].flags;
+    }
+    *mediums = list;
+    return S_OK;
+}
+
+STDMETHODIMP CapturePin::KsQueryInterfaces(PKSMULTIPLE_ITEM*) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsCreateSinkPinHandle(KSPIN_INTERFACE&, KSPIN_MEDIUM&) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsGetCurrentCommunication(KSPIN_COMMUNICATION*, KSPIN_INTERFACE*,
+                                                   KSPIN_MEDIUM*) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsPropagateAcquire() {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsDeliver(IMediaSample*, ULONG) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsMediaSamplesCompleted(void*) {
+    return E_NOTIMPL;
+}
+IMemAllocator* STDMETHODCALLTYPE CapturePin::KsPeekAllocator(KsPeekOperation) {
+    return nullptr;
+}
+STDMETHODIMP CapturePin::KsReceiveAllocator(IMemAllocator*) {
+    return E_NOTIMPL;
+}
+STDMETHODIMP CapturePin::KsRenegotiateAllocator() {
+    return E_NOTIMPL;
+}
+LONG STDMETHODCALLTYPE CapturePin::KsIncrementPendingIoCount() {
+    return 0;
+}
+LONG STDMETHODCALLTYPE CapturePin::KsDecrementPendingIoCount() {
+    return 0;
+}
+STDMETHODIMP CapturePin::KsQualityNotify(ULONG, REFERENCE_TIME) {
+    return E_NOTIMPL;
+}
+
+// ---- Streaming -------------------------------------------------------------------------------
+
+HRESULT CapturePin::Activate() {
+    if (!allocator_) return S_OK;
+    return allocator_->Commit();
+}
+
+void CapturePin::Deactivate() {
+    // Decommitting first releases a streaming thread that waits in GetBuffer.
+    streamer_.RequestStop();
+    if (allocator_) allocator_->Decommit();
+    streamer_.Stop();
+    nextCounter_ = streamer_.NextCounter() > nextCounter_ ? streamer_.NextCounter() : nextCounter_;
+}
+
+HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start) {
+    if (!peer_ || deviceLost_) return S_OK;
+    const FaultConfig& faults = filter_->Settings().faults;
+    StreamSession session;
+    session.allocator = allocator_;
+    session.input = peerInput_;
+    session.subtype = connectionType_->subtype;
+    const ModeConfig* mode = FindMode(*connectionType_);
+    session.width = mode ? mode->width : 0;
+    session.height = mode ? mode->height : 0;
+    session.frameInterval = FrameInterval();
+    session.clock = clock;
+    session.streamStart = start;
+    session.firstCounter = nextCounter_;
+    session.crash = faults.crashStreaming;
+    session.framesUntilLost = faults.unplugAfterFrames;
+    session.deviceLost = [this] {
+        deviceLost_ = true;
+        filter_->NotifyDeviceLost();
+    };
+    streamer_.Start(std::move(session));
+    return S_OK;
+}
+
+void CapturePin::StopStreaming() {
+    if (!streamer_.IsRunning()) return;
+    // The thread may wait in GetBuffer for a sample downstream still holds: decommit to free it,
+    // then commit again because a paused filter keeps its allocator ready.
+    streamer_.RequestStop();
+    if (allocator_) allocator_->Decommit();
+    nextCounter_ = streamer_.NextCounter();
+    streamer_.Stop();
+    nextCounter_ = streamer_.NextCounter() > nextCounter_ ? streamer_.NextCounter() : nextCounter_;
+    if (allocator_) allocator_->Commit();
+}
+
+}  // namespace VirtualCamera

@@ -1,0 +1,70 @@
+#pragma once
+// The capture pin's streaming thread: paints a frame at every frame interval and pushes it to the
+// connected input pin, until stopped.
+
+#include <windows.h>
+#include <strmif.h>
+#include <wrl/client.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace VirtualCamera {
+
+class JpegEncoder;
+
+struct StreamSession {
+    Microsoft::WRL::ComPtr<IMemAllocator> allocator;
+    Microsoft::WRL::ComPtr<IMemInputPin> input;
+    GUID subtype = GUID_NULL;
+    LONG width = 0;
+    LONG height = 0;
+    REFERENCE_TIME frameInterval = 0;
+    // With a clock, samples carry the stream time at which they were captured.
+    Microsoft::WRL::ComPtr<IReferenceClock> clock;
+    REFERENCE_TIME streamStart = 0;
+    uint32_t firstCounter = 0;
+    bool crash = false;
+    // Frames left before the device is lost; negative: never.
+    LONG framesUntilLost = -1;
+    // Called on the streaming thread when the device is lost; no frame follows.
+    std::function<void()> deviceLost;
+};
+
+class FrameStreamer {
+public:
+    FrameStreamer() = default;
+    ~FrameStreamer() { Stop(); }
+    FrameStreamer(const FrameStreamer&) = delete;
+    FrameStreamer& operator=(const FrameStreamer&) = delete;
+
+    void Start(StreamSession session);
+    // Joins the thread. The caller decommits the allocator first if a GetBuffer may be blocked.
+    void Stop();
+    void RequestStop();
+    bool IsRunning() const { return thread_.joinable(); }
+    // The counter the next frame would carry, and the frames sent since Start.
+    uint32_t NextCounter() const { return nextCounter_; }
+    LONG FramesSent() const { return framesSent_; }
+
+private:
+    void Loop();
+    bool WaitUntilDue(std::chrono::steady_clock::time_point due);
+    HRESULT DeliverFrame(JpegEncoder* jpeg, bool first, REFERENCE_TIME* lastStart);
+    HRESULT FillSample(IMediaSample* sample, JpegEncoder* jpeg);
+    void StampSample(IMediaSample* sample, bool first, REFERENCE_TIME* lastStart);
+
+    StreamSession session_;
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stopRequested_ = false;
+    std::atomic<uint32_t> nextCounter_{0};
+    std::atomic<LONG> framesSent_{0};
+};
+
+}  // namespace VirtualCamera

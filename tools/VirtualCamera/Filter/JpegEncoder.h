@@ -1,0 +1,36 @@
+#pragma once
+// Turns the test picture into JPEG images with the platform's imaging codecs (WIC). The picture
+// repeats after kPhases frames, so each phase is encoded once and then reused.
+
+#include <windows.h>
+#include <wincodec.h>
+#include <wrl/client.h>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace VirtualCamera {
+
+class JpegEncoder {
+public:
+    static constexpr uint32_t kPhases = 16;
+
+    JpegEncoder(LONG width, LONG height) : width_(width), height_(height) {}
+
+    // The JPEG of the picture for this frame (without the counter segment); empty on failure.
+    // Call on a thread where COM is initialized.
+    const std::vector<BYTE>& PictureFor(uint32_t frameCounter);
+
+private:
+    HRESULT Encode(uint32_t phase, std::vector<BYTE>* jpeg);
+    HRESULT EnsureFactory();
+
+    LONG width_;
+    LONG height_;
+    Microsoft::WRL::ComPtr<IWICImagingFactory> factory_;
+    std::map<uint32_t, std::vector<BYTE>> cache_;
+    std::vector<BYTE> empty_;
+};
+
+}  // namespace VirtualCamera

@@ -1,0 +1,207 @@
+#include "tools/VirtualCamera/Setup/DeviceRegistry.h"
+
+#include <uuids.h>
+
+#include "tools/VirtualCamera/Config/Guids.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace VirtualCamera {
+namespace {
+
+class Variant {
+public:
+    Variant() { VariantInit(&value_); }
+    ~Variant() { VariantClear(&value_); }
+    Variant(const Variant&) = delete;
+    Variant& operator=(const Variant&) = delete;
+    VARIANT* get() { return &value_; }
+    const VARIANT* operator->() const { return &value_; }
+
+private:
+    VARIANT value_;
+};
+
+HRESULT WriteString(IPropertyBag* bag, const wchar_t* name, const std::wstring& text) {
+    Variant value;
+    value.get()->vt = VT_BSTR;
+    value.get()->bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    if (!value.get()->bstrVal) return E_OUTOFMEMORY;
+    return bag->Write(name, value.get());
+}
+
+HRESULT WriteNumber(IPropertyBag* bag, const wchar_t* name, LONG number) {
+    Variant value;
+    value.get()->vt = VT_I4;
+    value.get()->lVal = number;
+    return bag->Write(name, value.get());
+}
+
+bool ReadString(IPropertyBag* bag, const wchar_t* name, std::wstring* text) {
+    Variant value;
+    value.get()->vt = VT_BSTR;
+    if (FAILED(bag->Read(name, value.get(), nullptr)) || value->vt != VT_BSTR || !value->bstrVal) {
+        return false;
+    }
+    text->assign(value->bstrVal, SysStringLen(value->bstrVal));
+    return true;
+}
+
+std::wstring DisplayNameOf(IMoniker* moniker) {
+    LPOLESTR name = nullptr;
+    if (FAILED(moniker->GetDisplayName(nullptr, nullptr, &name)) || !name) return std::wstring();
+    std::wstring copy = name;
+    CoTaskMemFree(name);
+    return copy;
+}
+
+// A registered instance's display name is "@device:sw:{category}\<instance-name>".
+std::wstring InstanceNameOf(const std::wstring& displayName) {
+    const size_t slash = displayName.find(L'\\');
+    return slash == std::wstring::npos ? std::wstring() : displayName.substr(slash + 1);
+}
+
+// Where the property bag of a registered instance keeps its values.
+std::wstring InstanceKeyPath(const std::wstring& displayName) {
+    const std::wstring prefix = L"@device:sw:";
+    if (displayName.compare(0, prefix.size(), prefix) != 0) return std::wstring();
+    const std::wstring rest = displayName.substr(prefix.size());
+    const size_t slash = rest.find(L'\\');
+    if (slash == std::wstring::npos) return std::wstring();
+    return L"CLSID\\" + rest.substr(0, slash) + L"\\Instance\\" + rest.substr(slash + 1);
+}
+
+HRESULT WriteName(IPropertyBag* bag, const wchar_t* key, const NameValue& name) {
+    switch (name.kind) {
+        case NameKind::Text:
+            return WriteString(bag, key, name.text);
+        case NameKind::Number:
+            return WriteNumber(bag, key, name.number);
+        case NameKind::Absent:
+            return S_OK;
+    }
+    return E_UNEXPECTED;
+}
+
+std::wstring Describe(HRESULT hr) {
+    wchar_t buffer[16] = {};
+    swprintf(buffer, 16, L"0x%08lX", static_cast<unsigned long>(hr));
+    return buffer;
+}
+
+}  // namespace
+
+HRESULT DeviceRegistry::Open() {
+    if (mapper_) return S_OK;
+    return CoCreateInstance(CLSID_FilterMapper2, nullptr, CLSCTX_INPROC_SERVER,
+                            IID_PPV_ARGS(&mapper_));
+}
+
+HRESULT DeviceRegistry::Register(const DeviceDescription& device, std::wstring* error) {
+    const REGPINTYPES pinType = {&MEDIATYPE_Video, &MEDIASUBTYPE_NULL};
+    REGFILTERPINS2 pin = {};
+    pin.dwFlags = REG_PINFLAG_B_OUTPUT;
+    pin.cInstances = 1;
+    pin.nMediaTypes = 1;
+    pin.lpMediaType = &pinType;
+    pin.clsPinCategory = &PIN_CATEGORY_CAPTURE;
+    REGFILTER2 filter = {};
+    filter.dwVersion = 2;
+    filter.dwMerit = MERIT_DO_NOT_USE;
+    filter.cPins2 = 1;
+    filter.rgPins2 = &pin;
+    // The filter mapper always stores a FriendlyName string; other kinds are fixed up afterwards.
+    const std::wstring mapperName =
+        device.friendlyName.kind == NameKind::Text ? device.friendlyName.text : device.instanceName;
+    ComPtr<IMoniker> moniker;
+    HRESULT hr = mapper_->RegisterFilter(CLSID_VirtualCameraFilter, mapperName.c_str(), &moniker,
+                                         &CLSID_VideoInputDeviceCategory,
+                                         device.instanceName.c_str(), &filter);
+    if (FAILED(hr) || !moniker) {
+        if (error)
+            *error = L"RegisterFilter failed for '" + device.instanceName + L"': " + Describe(hr);
+        return FAILED(hr) ? hr : E_FAIL;
+    }
+    ComPtr<IPropertyBag> bag;
+    hr = moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag));
+    if (SUCCEEDED(hr)) hr = WriteNames(device, moniker.Get(), bag.Get());
+    if (SUCCEEDED(hr)) hr = WriteString(bag.Get(), kBagSettings, device.settingsText);
+    if (FAILED(hr)) {
+        if (error)
+            *error =
+                L"writing the settings of '" + device.instanceName + L"' failed: " + Describe(hr);
+        Unregister(device.instanceName);
+    }
+    return hr;
+}
+
+HRESULT DeviceRegistry::WriteNames(const DeviceDescription& device, IMoniker* moniker,
+                                   IPropertyBag* bag) {
+    HRESULT hr = S_OK;
+    if (device.friendlyName.kind == NameKind::Absent) {
+        hr = DeleteBagValue(moniker, kBagFriendlyName);
+    } else {
+        hr = WriteName(bag, kBagFriendlyName, device.friendlyName);
+    }
+    if (SUCCEEDED(hr)) hr = WriteName(bag, kBagDescription, device.description);
+    if (SUCCEEDED(hr)) hr = WriteName(bag, kBagDevicePath, device.devicePath);
+    return hr;
+}
+
+HRESULT DeviceRegistry::DeleteBagValue(IMoniker* moniker, const wchar_t* name) {
+    // IPropertyBag cannot delete a value; the bag of a registered instance is a registry key.
+    const std::wstring path = InstanceKeyPath(DisplayNameOf(moniker));
+    if (path.empty()) return E_UNEXPECTED;
+    HKEY key = nullptr;
+    LSTATUS status = RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_SET_VALUE, &key);
+    if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
+    status = RegDeleteValueW(key, name);
+    RegCloseKey(key);
+    return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND ? S_OK
+                                                                     : HRESULT_FROM_WIN32(status);
+}
+
+HRESULT DeviceRegistry::Unregister(const std::wstring& instanceName) {
+    // Deletes the instance key itself, which is what UnregisterFilter does for a category
+    // instance: Wine's UnregisterFilter builds the key path in a fixed-size buffer and corrupts
+    // the caller's stack with longer instance names.
+    const std::wstring path =
+        L"CLSID\\" + GuidToString(CLSID_VideoInputDeviceCategory) + L"\\Instance\\" + instanceName;
+    const LSTATUS status = RegDeleteTreeW(HKEY_CLASSES_ROOT, path.c_str());
+    return status == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(status);
+}
+
+std::vector<DeviceRecord> DeviceRegistry::List() {
+    std::vector<DeviceRecord> records;
+    ComPtr<ICreateDevEnum> devices;
+    if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_PPV_ARGS(&devices)))) {
+        return records;
+    }
+    ComPtr<IEnumMoniker> monikers;
+    // S_FALSE: the category is empty and no enumerator comes back.
+    if (devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &monikers, 0) != S_OK ||
+        !monikers) {
+        return records;
+    }
+    ComPtr<IMoniker> moniker;
+    while (monikers->Next(1, &moniker, nullptr) == S_OK) {
+        ComPtr<IPropertyBag> bag;
+        std::wstring clsid;
+        GUID guid = GUID_NULL;
+        if (SUCCEEDED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag))) &&
+            ReadString(bag.Get(), L"CLSID", &clsid) && ParseGuid(clsid, &guid) &&
+            IsEqualGUID(guid, CLSID_VirtualCameraFilter)) {
+            DeviceRecord record;
+            record.displayName = DisplayNameOf(moniker.Get());
+            record.instanceName = InstanceNameOf(record.displayName);
+            ReadString(bag.Get(), kBagFriendlyName, &record.friendlyName);
+            ReadString(bag.Get(), kBagDevicePath, &record.devicePath);
+            records.push_back(record);
+        }
+        moniker.Reset();
+    }
+    return records;
+}
+
+}  // namespace VirtualCamera

@@ -1,0 +1,31 @@
+#pragma once
+// Registers, finds and removes virtual devices through the system's filter mapper and device
+// enumerator.
+
+#include <windows.h>
+#include <strmif.h>
+#include <wrl/client.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/VirtualCamera/Config/DeviceConfig.h"
+#include "tools/VirtualCamera/VirtualCameraSetup.h"
+
+namespace VirtualCamera {
+
+class DeviceRegistry {
+public:
+    HRESULT Open();
+    HRESULT Register(const DeviceDescription& device, std::wstring* error);
+    HRESULT Unregister(const std::wstring& instanceName);
+    std::vector<DeviceRecord> List();
+
+private:
+    HRESULT WriteNames(const DeviceDescription& device, IMoniker* moniker, IPropertyBag* bag);
+    HRESULT DeleteBagValue(IMoniker* moniker, const wchar_t* name);
+
+    Microsoft::WRL::ComPtr<IFilterMapper2> mapper_;
+};
+
+}  // namespace VirtualCamera

@@ -1,0 +1,189 @@
+#include "tools/VirtualCamera/VirtualCameraSetup.h"
+
+#include <objbase.h>
+
+#include "tools/VirtualCamera/Config/DeviceConfig.h"
+#include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Setup/DeviceRegistry.h"
+
+namespace VirtualCamera {
+namespace {
+
+constexpr const wchar_t* kDllName = L"VirtualCamera.dll";
+
+// COM for the duration of one call; a thread already in another apartment keeps it.
+class ComScope {
+public:
+    ComScope() : hr_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~ComScope() {
+        if (SUCCEEDED(hr_)) CoUninitialize();
+    }
+    bool Usable() const { return SUCCEEDED(hr_) || hr_ == RPC_E_CHANGED_MODE; }
+
+private:
+    HRESULT hr_;
+};
+
+class Library {
+public:
+    explicit Library(const std::wstring& path) : module_(LoadLibraryW(path.c_str())) {}
+    ~Library() {
+        if (module_) FreeLibrary(module_);
+    }
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+    HMODULE get() const { return module_; }
+
+private:
+    HMODULE module_;
+};
+
+bool Fail(std::wstring* error, const std::wstring& message) {
+    if (error) *error = message;
+    return false;
+}
+
+std::wstring HexCode(unsigned long code) {
+    wchar_t buffer[16] = {};
+    swprintf(buffer, 16, L"0x%08lX", code);
+    return buffer;
+}
+
+std::wstring ExecutableDirectory() {
+    std::wstring path(MAX_PATH, L'\0');
+    while (true) {
+        const DWORD length = GetModuleFileNameW(nullptr, &path[0], static_cast<DWORD>(path.size()));
+        if (length == 0) return std::wstring();
+        if (length < path.size()) {
+            path.resize(length);
+            break;
+        }
+        path.resize(path.size() * 2);
+    }
+    const size_t slash = path.find_last_of(L"\\/");
+    return slash == std::wstring::npos ? std::wstring() : path.substr(0, slash + 1);
+}
+
+bool CallServerEntry(const char* entryName, std::wstring* error) {
+    ComScope com;
+    const std::wstring path = ExecutableDirectory() + kDllName;
+    Library library(path);
+    if (!library.get()) {
+        return Fail(error,
+                    L"cannot load " + path + L" (error " + std::to_wstring(GetLastError()) + L")");
+    }
+    using Entry = HRESULT(STDAPICALLTYPE*)();
+    const auto entry =
+        reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(library.get(), entryName)));
+    if (!entry)
+        return Fail(error,
+                    path + L" has no " + std::wstring(entryName, entryName + strlen(entryName)));
+    const HRESULT hr = entry();
+    if (FAILED(hr)) {
+        return Fail(error, std::wstring(entryName, entryName + strlen(entryName)) + L" failed: " +
+                               HexCode(static_cast<unsigned long>(hr)));
+    }
+    return true;
+}
+
+}  // namespace
+
+const GUID& VirtualCameraClsid() {
+    return CLSID_VirtualCameraFilter;
+}
+
+bool RegisterServer(std::wstring* error) {
+    return CallServerEntry("DllRegisterServer", error);
+}
+
+bool UnregisterServer(std::wstring* error) {
+    return CallServerEntry("DllUnregisterServer", error);
+}
+
+bool AddDevices(const std::wstring& descriptionText, std::wstring* error) {
+    std::vector<DeviceDescription> devices;
+    std::wstring parseError;
+    if (!ParseDescription(descriptionText, &devices, &parseError)) return Fail(error, parseError);
+    ComScope com;
+    if (!com.Usable()) return Fail(error, L"COM could not be initialized");
+    DeviceRegistry registry;
+    const HRESULT hr = registry.Open();
+    if (FAILED(hr)) {
+        return Fail(error, L"the filter mapper is not available: " +
+                               HexCode(static_cast<unsigned long>(hr)));
+    }
+    for (const auto& device : devices) {
+        // Replacing: a stale instance would keep values the new description leaves out.
+        registry.Unregister(device.instanceName);
+        if (FAILED(registry.Register(device, error))) return false;
+    }
+    return true;
+}
+
+bool RemoveDevice(const std::wstring& instanceName) {
+    ComScope com;
+    DeviceRegistry registry;
+    if (FAILED(registry.Open())) return false;
+    bool found = false;
+    for (const auto& record : registry.List()) {
+        if (_wcsicmp(record.instanceName.c_str(), instanceName.c_str()) == 0) found = true;
+    }
+    return found && SUCCEEDED(registry.Unregister(instanceName));
+}
+
+bool RemoveAllDevices() {
+    ComScope com;
+    DeviceRegistry registry;
+    if (FAILED(registry.Open())) return false;
+    bool allRemoved = true;
+    for (const auto& record : registry.List()) {
+        if (FAILED(registry.Unregister(record.instanceName))) allRemoved = false;
+    }
+    return allRemoved;
+}
+
+std::vector<DeviceRecord> ListDeviceRecords() {
+    ComScope com;
+    DeviceRegistry registry;
+    return registry.List();
+}
+
+std::vector<std::wstring> ListDevices() {
+    std::vector<std::wstring> names;
+    for (const auto& record : ListDeviceRecords()) names.push_back(record.instanceName);
+    return names;
+}
+
+std::wstring DefaultCameraInstanceName() {
+    return L"VirtualCamera0";
+}
+
+std::wstring DefaultCameraDescription() {
+    return L"[device " + DefaultCameraInstanceName() +
+           L"]\n"
+           L"FriendlyName = Virtual Camera\n"
+           L"DevicePath = "
+           L"\\\\?\\root#virtualcamera#0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\\global\n"
+           L"mode = YUY2 videoinfo 640 480 333333 min_interval=333333 max_interval=2000000\n"
+           L"mode = YUY2 videoinfo 1280 720 333333 min_interval=333333 max_interval=2000000\n"
+           L"mode = MJPG videoinfo 1280 720 333333 min_interval=333333 max_interval=2000000\n";
+}
+
+std::wstring DescriptionHelp() {
+    return DescriptionFormatHelp();
+}
+
+bool Utf8ToWide(const std::string& utf8, std::wstring* wide) {
+    std::string text = utf8;
+    if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
+    wide->clear();
+    if (text.empty()) return true;
+    const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                                           static_cast<int>(text.size()), nullptr, 0);
+    if (length <= 0) return false;
+    wide->resize(static_cast<size_t>(length));
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                               static_cast<int>(text.size()), &(*wide)[0], length) == length;
+}
+
+}  // namespace VirtualCamera
