@@ -114,6 +114,12 @@ std::wstring DirectoryOfThisProgram() {
     return slash == std::wstring::npos ? std::wstring() : path.substr(0, slash + 1);
 }
 
+// A process that an unhandled exception ended exits with the exception's code, an NTSTATUS of
+// error severity (an access violation is 0xC0000005).
+bool EndedByAnException(DWORD exitCode) {
+    return (exitCode & 0xC0000000) == 0xC0000000;
+}
+
 bool CanBePassed(const std::wstring& value) {
     // The server cuts each argument at '=' and trims spaces: such a value would arrive changed or
     // not at all.
@@ -149,6 +155,12 @@ RawReply RunAttempt(const QueryOptions& options, const std::vector<std::wstring>
     const DWORD woken = WaitForMultipleObjects(2, wakeups, FALSE, deadline.Remaining());
     if (woken == WAIT_OBJECT_0 + 1) {
         reply.serverExitCode = process.ExitCode();
+        if (EndedByAnException(reply.serverExitCode)) {
+            return Fail(
+                reply, Outcome::ServerDied,
+                TinyFramework::StringPrintf("the server died (code 0x%lX) before it replied",
+                                            reply.serverExitCode));
+        }
         return Fail(
             reply, Outcome::ServerExitedBeforeEvent,
             TinyFramework::StringPrintf("the server exited (code 0x%lX) before it was ready",
