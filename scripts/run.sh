@@ -12,6 +12,10 @@ wine_run() { "$root/scripts/wine.sh" run "$prefix" "$@"; }
 "$root/scripts/wine.sh" start "$prefix"
 trap '"$root/scripts/wine.sh" stop "$prefix"' EXIT
 
+# The build's prefix has no camera of its own: register the default virtual camera.
+wine_run "$build/bin/VirtualCameraTool.exe" register
+wine_run "$build/bin/VirtualCameraTool.exe" add-default
+
 echo "== Video capture devices and their modes"
 wine_run "$build/bin/QueryTool.exe" list
 echo
