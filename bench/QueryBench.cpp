@@ -1,0 +1,101 @@
+// The whole query as a parent sees it, from starting the server to the end of the stream, for
+// each method against the default virtual camera; beside it, in the same run, the floor: the
+// same client against FloorServer.exe, which makes only the platform calls the query needs.
+// Prints both and their ratio.
+#include "client/QueryClient.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Method {
+    const char* label;
+    const wchar_t* method;
+    bool withDevice;
+};
+
+struct Timing {
+    double mean = 0;
+    double p50 = 0;
+    int failures = 0;
+    std::vector<uint8_t> lastReply;
+};
+
+double NowMs() {
+    LARGE_INTEGER counter;
+    LARGE_INTEGER frequency;
+    QueryPerformanceCounter(&counter);
+    QueryPerformanceFrequency(&frequency);
+    return 1000.0 * static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+std::wstring BesideThisProgram(const wchar_t* name) {
+    const std::wstring server = QueryClient::DefaultServerPath();
+    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + name;
+}
+
+Timing Run(const std::wstring& server, const Method& method, const std::wstring& deviceId,
+           int queries) {
+    QueryClient::QueryOptions options;
+    options.serverPath = server;
+    QueryClient::Client client(options);
+    std::vector<double> samples;
+    Timing timing;
+    for (int index = 0; index < queries; ++index) {
+        const double start = NowMs();
+        const QueryClient::RawReply reply =
+            client.Query(method.method, method.withDevice ? deviceId : std::wstring());
+        samples.push_back(NowMs() - start);
+        if (reply.outcome != QueryClient::Outcome::Ok) {
+            ++timing.failures;
+        }
+        timing.lastReply = reply.bytes;
+    }
+    std::sort(samples.begin(), samples.end());
+    for (double sample : samples) {
+        timing.mean += sample / queries;
+    }
+    timing.p50 = samples[samples.size() / 2];
+    return timing;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv) {
+    const int queries = argc > 1 ? std::max(3, _wtoi(argv[1])) : 30;
+    const QueryClient::DeviceListReply devices = QueryClient::Client().GetVideoDevices();
+    if (devices.outcome != QueryClient::Outcome::Ok || devices.devices.empty()) {
+        fprintf(stderr,
+                "QueryBench: no device to query; register the default virtual camera first\n");
+        return 1;
+    }
+    const std::wstring deviceId = devices.devices.front().id;
+    const std::wstring realServer = QueryClient::DefaultServerPath();
+    const std::wstring floorServer = BesideThisProgram(L"FloorServer.exe");
+    const Method methods[] = {{"GetVideoDevices", L"GetVideoDevices", false},
+                              {"GetAnalogDevices", L"GetAnalogDevices", false},
+                              {"GetVideoDeviceFormats", L"GetVideoDeviceFormats", true}};
+    printf("whole query, client start to end of stream: %d queries per method and server\n",
+           queries);
+    printf("%-22s %12s %12s %12s %12s %8s %s\n", "method", "server mean", "server p50",
+           "floor mean", "floor p50", "ratio", "same reply");
+    int status = 0;
+    for (const Method& method : methods) {
+        Run(realServer, method, deviceId, 2);  // warm the file cache and the prefix
+        const Timing real = Run(realServer, method, deviceId, queries);
+        const Timing floor = Run(floorServer, method, deviceId, queries);
+        const bool same = real.lastReply == floor.lastReply;
+        printf("%-22s %10.1fms %10.1fms %10.1fms %10.1fms %7.2fx %s\n", method.label, real.mean,
+               real.p50, floor.mean, floor.p50, real.mean / floor.mean, same ? "yes" : "NO");
+        if (real.failures + floor.failures > 0 || !same) {
+            status = 1;
+        }
+    }
+    return status;
+}
