@@ -171,7 +171,9 @@ RawReply RunAttempt(const QueryOptions& options, const std::vector<std::wstring>
                     "the server did not get ready before the deadline");
     }
 
-    Sleep(std::min(options.connectPauseMs, deadline.Remaining()));
+    if (options.connectPauseMs > 0) {
+        Sleep(std::min(options.connectPauseMs, deadline.Remaining()));
+    }
     DWORD openError = 0;
     UniqueHandle pipe = OpenPipe(pipeName, process, deadline, &openError);
     if (!pipe.IsValid()) {
