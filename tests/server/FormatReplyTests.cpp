@@ -26,7 +26,8 @@ VideoFormat Mode(int format, int cx, int cy, float rate, float minRate, float ma
 
 TEST(FormatReplyTest, TheDocumentedExampleByteForByte) {
     const float rate = 10000000.0f / 333333.0f;
-    const std::vector<VideoFormat> formats = {Mode(6, 640, 480, rate, 10000000.0f / 2000000.0f, rate)};
+    const std::vector<VideoFormat> formats = {
+        Mode(6, 640, 480, rate, 10000000.0f / 2000000.0f, rate)};
     EXPECT_EQ(FormatsToJson(formats),
               "[{\"flip\": 0, \"format\": 6, \"maxRate\": 30.000030517578125, \"maxSize_cx\": 640, "
               "\"maxSize_cy\": 480, \"minRate\": 5, \"minSize_cx\": 640, \"minSize_cy\": 480, "
@@ -34,7 +35,9 @@ TEST(FormatReplyTest, TheDocumentedExampleByteForByte) {
               "\"size_y\": 480}]");
 }
 
-TEST(FormatReplyTest, NoModesIsAnEmptyArray) { EXPECT_EQ(FormatsToJson({}), "[]"); }
+TEST(FormatReplyTest, NoModesIsAnEmptyArray) {
+    EXPECT_EQ(FormatsToJson({}), "[]");
+}
 
 TEST(FormatReplyTest, ElementsAreSeparatedByCommaAndBlank) {
     const std::string text = FormatsToJson({Mode(1, 1, 2, 0, 0, 0), Mode(3, 4, 5, 0, 0, 0)});
@@ -68,9 +71,9 @@ TEST(FormatReplyTest, FlipAndScaleAreWrittenFromTheRecord) {
 TEST(JsonTextTest, KeysComeInByteOrderWhateverTheInsertionOrder) {
     QueryServer::JsonObject forward;
     QueryServer::JsonObject backward;
-    const char* keys[] = {"size_y", "size_x", "scale_y", "scale_x", "rate", "minSize_cy",
-                          "minSize_cx", "minRate", "maxSize_cy", "maxSize_cx", "maxRate",
-                          "format", "flip"};
+    const char* keys[] = {"size_y",     "size_x",     "scale_y", "scale_x",    "rate",
+                          "minSize_cy", "minSize_cx", "minRate", "maxSize_cy", "maxSize_cx",
+                          "maxRate",    "format",     "flip"};
     for (int index = 0; index < 13; ++index) {
         forward.SetInteger(keys[index], index);
         backward.SetInteger(keys[12 - index], 12 - index);

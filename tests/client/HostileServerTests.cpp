@@ -1,0 +1,66 @@
+// Generated command lines against the real QueryServer.exe: whatever the arguments, each run
+// ends, with an empty stream or the correct one, and exits with 0.
+#include "client/QueryClient.h"
+#include "client/ServerProcess.h"
+#include "tests/server/ArgumentGenerator.h"
+#include "tests/support/RawParent.h"
+#include "tools/VirtualCamera/VirtualCameraSetup.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Past this the system refuses to start a process with the command line at all.
+constexpr size_t kCommandLineLimit = 32767;
+
+size_t CommandLineLength(const std::vector<std::wstring>& arguments) {
+    size_t length = QueryClient::DefaultServerPath().size() + 2;
+    for (const std::wstring& argument : arguments) {
+        length += QueryClient::QuoteArgument(argument).size() + 1;
+    }
+    return length;
+}
+
+TEST(HostileServerArguments, EveryRunEndsWithAnEmptyOrCorrectStream) {
+    VirtualCamera::RemoveAllDevices();  // then every device list is empty and every format list []
+    std::mt19937 random(7011);
+    QueryClient::QueryOptions options;
+    options.timeoutMs = 10000;
+    QueryClient::Client client(options);
+    int formatQueries = 0;
+    for (int round = 0; round < 200; ++round) {
+        std::vector<std::wstring> arguments = ArgumentGenerator::CommandLine(random);
+        arguments.erase(arguments.begin());  // the program path is the client's to give
+        if (round % 3 == 0) {
+            // Real methods among the noise, at a random place; a later argument may still win.
+            const wchar_t* methods[] = {L" method = GetVideoDeviceFormats ",
+                                        L"method=GetVideoDevices"};
+            const size_t at = std::uniform_int_distribution<size_t>(0, arguments.size())(random);
+            arguments.insert(arguments.begin() + at, methods[round % 2]);
+        }
+        const std::wstring id = QueryClient::MakeRandomId();
+        arguments.push_back(L"id=" + id);  // the last usable id wins, so the names are known
+        std::vector<std::wstring> argv = {QueryClient::DefaultServerPath()};
+        argv.insert(argv.end(), arguments.begin(), arguments.end());
+        const std::wstring method = ArgumentGenerator::ModelValues(argv)[L"method"];
+
+        const QueryClient::RawReply reply = client.QueryRaw(arguments, id);
+        if (CommandLineLength(arguments) > kCommandLineLimit) {
+            EXPECT_EQ(reply.outcome, QueryClient::Outcome::ServerNotStarted) << round;
+            continue;
+        }
+        ASSERT_EQ(reply.outcome, QueryClient::Outcome::Ok) << round << ": " << reply.detail;
+        EXPECT_EQ(reply.serverExitCode, 0u) << round;
+        const std::string text(reply.bytes.begin(), reply.bytes.end());
+        if (method == L"GetVideoDeviceFormats") {
+            ++formatQueries;
+            EXPECT_EQ(text, "[]") << round;
+        } else {
+            EXPECT_TRUE(text.empty()) << round;
+        }
+    }
+    EXPECT_GT(formatQueries, 0) << "the generator never reached the format method";
+    EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 0);
+}
+
+}  // namespace
