@@ -238,6 +238,11 @@ RawReply Client::QueryRaw(const std::vector<std::wstring>& arguments, const std:
 
 RawReply Client::Query(const std::wstring& method, const std::wstring& deviceId,
                        const std::wstring& deviceName) {
+    return QueryWithin(m_options.timeoutMs, method, deviceId, deviceName);
+}
+
+RawReply Client::QueryWithin(DWORD timeoutMs, const std::wstring& method,
+                             const std::wstring& deviceId, const std::wstring& deviceName) {
     RawReply reply;
     for (const std::wstring* value : {&deviceId, &deviceName}) {
         if (!CanBePassed(*value)) {
@@ -245,7 +250,7 @@ RawReply Client::Query(const std::wstring& method, const std::wstring& deviceId,
                         "a device value with '=' or outer spaces cannot be passed to the server");
         }
     }
-    const Deadline deadline(m_options.timeoutMs);
+    const Deadline deadline(timeoutMs);
     const int maxAttempts = m_options.retryLostReply ? 2 : 1;
     for (int attempt = 1; attempt <= maxAttempts; ++attempt) {
         const std::wstring id = MakeRandomId();
@@ -298,7 +303,22 @@ namespace QueryClient {
 
 FormatListReply Client::GetDeviceFormats(const std::wstring& deviceId,
                                          const std::wstring& deviceName) {
-    return ToFormatListReply(Query(QueryProtocol::kMethodDeviceFormats, deviceId, deviceName));
+    ProblemDevices* problems = m_options.problemDevices;
+    if (problems != nullptr && problems->Contains(deviceId)) {
+        FormatListReply skipped;
+        skipped.outcome = Outcome::SkippedProblemDevice;
+        skipped.detail = "the device hung or crashed the server before; forget it to ask again";
+        return skipped;
+    }
+    const DWORD timeoutMs =
+        m_options.formatTimeoutMs != 0 ? m_options.formatTimeoutMs : m_options.timeoutMs;
+    const RawReply raw =
+        QueryWithin(timeoutMs, QueryProtocol::kMethodDeviceFormats, deviceId, deviceName);
+    if (problems != nullptr && ProblemDevices::IsProblem(raw.outcome)) {
+        problems->Remember(deviceId, raw.outcome);
+        problems->Save();
+    }
+    return ToFormatListReply(raw);
 }
 
 FormatListReply ToFormatListReply(const RawReply& raw) {

@@ -2,6 +2,7 @@
 
 #include "client/DeviceList.h"
 #include "client/FormatList.h"
+#include "client/ProblemDevices.h"
 #include "client/QueryOutcome.h"
 
 #include <windows.h>
@@ -26,6 +27,11 @@ struct QueryOptions {
     DWORD connectPauseMs = 2;
     // Retry once when the server reports that it dropped its reply.
     bool retryLostReply = true;
+    // Deadline of one format query, which loads one device's driver; 0 means timeoutMs.
+    DWORD formatTimeoutMs = 0;
+    // When set, format queries leave the devices in this list alone, and a device whose query
+    // hangs or crashes the server is added to it (and the list saved). Not owned.
+    ProblemDevices* problemDevices = nullptr;
 };
 
 // The bytes of one query and how it ended.
@@ -59,12 +65,16 @@ public:
     DeviceListReply GetVideoDevices();
     DeviceListReply GetAnalogDevices();
     // The modes of the device with this id. The name is passed along and changes nothing.
+    // Within formatTimeoutMs, and minding the problem devices when the options name a list.
     FormatListReply GetDeviceFormats(const std::wstring& deviceId,
                                      const std::wstring& deviceName = std::wstring());
 
     // One query with a fresh random id; `method` and the device values become the arguments.
     RawReply Query(const std::wstring& method, const std::wstring& deviceId = std::wstring(),
                    const std::wstring& deviceName = std::wstring());
+    // The same within another deadline than the options'.
+    RawReply QueryWithin(DWORD timeoutMs, const std::wstring& method, const std::wstring& deviceId,
+                         const std::wstring& deviceName);
 
     // One attempt with the arguments exactly as given, and the pipe and event names built from
     // `id` whether or not the arguments pass it. No retry. For tests and diagnosis.

@@ -26,6 +26,8 @@ const char* OutcomeName(Outcome outcome) {
             return "reply-lost";
         case Outcome::MalformedReply:
             return "malformed-reply";
+        case Outcome::SkippedProblemDevice:
+            return "skipped-problem-device";
     }
     return "unknown";
 }

@@ -15,6 +15,7 @@ enum class Outcome {
     ServerDied,               // the stream ended, but the server did not exit normally
     ReplyLost,                // the server's connect failed twice: it had to drop its reply
     MalformedReply,           // the bytes do not decode
+    SkippedProblemDevice,     // not asked: the device hung or crashed the server before
 };
 
 // A short stable name of the outcome, as the tool prints it ("ok", "timed-out-reading", ...).

@@ -7,18 +7,6 @@
 
 namespace QueryTool {
 
-std::string ToUtf8(const std::wstring& text) {
-    if (text.empty()) {
-        return std::string();
-    }
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                         nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0], size,
-                        nullptr, nullptr);
-    return utf8;
-}
-
 std::string JsonString(const std::wstring& text) {
     std::string json = "\"";
     for (char byte : ToUtf8(text)) {
@@ -80,6 +68,17 @@ std::string Column(const std::string& text, size_t width) {
 }
 
 }  // namespace
+
+std::string ProblemTable(const std::vector<QueryClient::ProblemDevices::Entry>& entries) {
+    if (entries.empty()) {
+        return "No problem devices remembered.\n";
+    }
+    std::string table = Column("OUTCOME", 30) + "ID\n";
+    for (const QueryClient::ProblemDevices::Entry& entry : entries) {
+        table += Column(entry.outcome, 30) + ToUtf8(entry.id) + "\n";
+    }
+    return table;
+}
 
 std::string PixelFormatLabel(int32_t format) {
     const std::string name = QueryClient::PixelFormatName(format);

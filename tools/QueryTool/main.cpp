@@ -11,25 +11,46 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: QueryTool [options] devices | analog | formats <device_id> [device_name] | list\n"
+    "                           | problems\n"
     "\n"
     "  devices            list the video capture devices\n"
     "  analog             list the analog capture devices\n"
     "  formats <id>       list the modes of the device with this id\n"
     "  list               list the video capture devices, each with its modes\n"
+    "  problems           list the devices that hung or crashed the server before\n"
     "\n"
     "options:\n"
-    "  --json             print JSON instead of a table\n"
-    "  --timeout <ms>     deadline of the whole query (default 10000)\n"
-    "  --server <path>    the query server (default: QueryServer.exe beside this tool)\n"
+    "  --json                  print JSON instead of a table\n"
+    "  --timeout <ms>          deadline of a whole query (default 10000)\n"
+    "  --format-timeout <ms>   deadline of one device's modes (default: --timeout)\n"
+    "  --server <path>         the query server (default: QueryServer.exe beside this tool)\n"
+    "  --forget                forget every remembered problem device first\n"
+    "  --no-remember           neither skip nor remember problem devices\n"
+    "\n"
+    "A device whose modes query hangs or crashes the server is remembered and skipped later\n"
+    "(outcome skipped-problem-device) until it is forgotten. The list is kept in\n"
+    "%LOCALAPPDATA%\\VideoCaptureQuery\\problem-devices.txt.\n"
     "\n"
     "Exit code 0 on success; otherwise 1 and one line naming the outcome on stderr.\n";
 
 struct ToolArguments {
     bool json = false;
     bool help = false;
+    bool forget = false;
+    bool remember = true;
     QueryClient::QueryOptions options;
     std::vector<std::wstring> positional;
 };
+
+bool ParseMilliseconds(const wchar_t* text, DWORD* milliseconds) {
+    wchar_t* end = nullptr;
+    const unsigned long value = std::wcstoul(text, &end, 10);
+    if (end == text || *end != L'\0' || value == 0 || value > 0x7FFFFFFF) {
+        return false;
+    }
+    *milliseconds = static_cast<DWORD>(value);
+    return true;
+}
 
 bool ParseArguments(int argc, wchar_t** argv, ToolArguments* parsed, std::string* error) {
     for (int index = 1; index < argc; ++index) {
@@ -39,14 +60,17 @@ bool ParseArguments(int argc, wchar_t** argv, ToolArguments* parsed, std::string
             parsed->json = true;
         } else if (argument == L"--help" || argument == L"-h") {
             parsed->help = true;
-        } else if (argument == L"--timeout" && hasValue) {
-            wchar_t* end = nullptr;
-            const unsigned long value = std::wcstoul(argv[++index], &end, 10);
-            if (end == nullptr || *end != L'\0' || value == 0) {
-                *error = "--timeout takes a positive number of milliseconds";
+        } else if (argument == L"--forget") {
+            parsed->forget = true;
+        } else if (argument == L"--no-remember") {
+            parsed->remember = false;
+        } else if ((argument == L"--timeout" || argument == L"--format-timeout") && hasValue) {
+            DWORD& target = argument == L"--timeout" ? parsed->options.timeoutMs
+                                                     : parsed->options.formatTimeoutMs;
+            if (!ParseMilliseconds(argv[++index], &target)) {
+                *error = QueryTool::ToUtf8(argument) + " takes a positive number of milliseconds";
                 return false;
             }
-            parsed->options.timeoutMs = static_cast<DWORD>(value);
         } else if (argument == L"--server" && hasValue) {
             parsed->options.serverPath = argv[++index];
         } else if (argument.rfind(L"--", 0) == 0) {
@@ -146,6 +170,26 @@ int wmain(int argc, wchar_t** argv) {
         return 0;
     }
     const std::vector<std::wstring>& words = arguments.positional;
+    QueryClient::ProblemDevices problems(QueryClient::ProblemDevices::DefaultPath());
+    if (arguments.remember || arguments.forget) {
+        problems.Load();
+    }
+    if (arguments.forget) {
+        problems.ForgetAll();
+        if (!problems.Save()) {
+            return Failure("could not write " + QueryTool::ToUtf8(problems.Path()));
+        }
+        if (words.empty()) {
+            return 0;
+        }
+    }
+    if (arguments.remember) {
+        arguments.options.problemDevices = &problems;
+    }
+    if (words.size() == 1 && words[0] == L"problems") {
+        Print(QueryTool::ProblemTable(problems.Entries()));
+        return 0;
+    }
     QueryClient::Client client(arguments.options);
     if (words.size() == 1 && (words[0] == L"devices" || words[0] == L"analog")) {
         return ListDevices(client, words[0] == L"analog", arguments.json);
@@ -158,5 +202,5 @@ int wmain(int argc, wchar_t** argv) {
         return ListDevicesWithModes(client, arguments.json);
     }
     fprintf(stderr, "%s", kUsage);
-    return Failure("expected one command: devices, analog, formats <device_id> or list");
+    return Failure("expected one command: devices, analog, formats <device_id>, list or problems");
 }

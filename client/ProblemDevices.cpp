@@ -1,0 +1,128 @@
+#include "client/ProblemDevices.h"
+
+#include "client/TextConversion.h"
+#include "client/UniqueHandle.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace QueryClient {
+
+namespace {
+
+constexpr char kSeparator = '\t';
+
+bool ReadWholeFile(const std::wstring& path, std::string* content, bool* missing) {
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid()) {
+        const DWORD error = GetLastError();
+        *missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+        return false;
+    }
+    char buffer[4096];
+    DWORD read = 0;
+    while (ReadFile(file.Get(), buffer, sizeof(buffer), &read, nullptr) && read > 0) {
+        content->append(buffer, read);
+    }
+    return true;
+}
+
+// Creates the folder of `path` and those above it, as far as they are missing.
+void CreateParentFolders(const std::wstring& path) {
+    for (size_t slash = path.find_first_of(L"\\/", 3); slash != std::wstring::npos;
+         slash = path.find_first_of(L"\\/", slash + 1)) {
+        CreateDirectoryW(path.substr(0, slash).c_str(), nullptr);
+    }
+}
+
+}  // namespace
+
+ProblemDevices::ProblemDevices(std::wstring path) : m_path(std::move(path)) {}
+
+std::wstring ProblemDevices::DefaultPath() {
+    wchar_t folder[MAX_PATH] = {};
+    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", folder, MAX_PATH);
+    std::wstring base = length > 0 && length < MAX_PATH ? folder : L".";
+    return base + L"\\VideoCaptureQuery\\problem-devices.txt";
+}
+
+bool ProblemDevices::IsProblem(Outcome outcome) {
+    return outcome == Outcome::TimedOutWaitingForEvent || outcome == Outcome::TimedOutReading ||
+           outcome == Outcome::ServerDied;
+}
+
+bool ProblemDevices::Load() {
+    m_entries.clear();
+    std::string content;
+    bool missing = false;
+    if (!ReadWholeFile(m_path, &content, &missing)) {
+        return missing;
+    }
+    size_t start = 0;
+    while (start < content.size()) {
+        size_t end = content.find('\n', start);
+        if (end == std::string::npos) {
+            end = content.size();
+        }
+        const std::string line = content.substr(start, end - start);
+        const size_t separator = line.find(kSeparator);
+        if (separator != std::string::npos) {
+            m_entries.push_back(
+                Entry{FromUtf8(line.substr(separator + 1)), line.substr(0, separator)});
+        }
+        start = end + 1;
+    }
+    return true;
+}
+
+bool ProblemDevices::Save() const {
+    CreateParentFolders(m_path);
+    UniqueHandle file(CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid()) {
+        return false;
+    }
+    std::string content;
+    for (const Entry& entry : m_entries) {
+        content += entry.outcome + kSeparator + ToUtf8(entry.id) + "\n";
+    }
+    DWORD written = 0;
+    return WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written,
+                     nullptr) &&
+           written == content.size();
+}
+
+bool ProblemDevices::Contains(const std::wstring& id) const {
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [&id](const Entry& entry) { return entry.id == id; });
+}
+
+void ProblemDevices::Remember(const std::wstring& id, Outcome outcome) {
+    // An id with a line end could not be read back as one entry.
+    if (id.find_first_of(L"\r\n") != std::wstring::npos) {
+        return;
+    }
+    for (Entry& entry : m_entries) {
+        if (entry.id == id) {
+            entry.outcome = OutcomeName(outcome);
+            return;
+        }
+    }
+    m_entries.push_back(Entry{id, OutcomeName(outcome)});
+}
+
+bool ProblemDevices::Forget(const std::wstring& id) {
+    const auto removed = std::remove_if(m_entries.begin(), m_entries.end(),
+                                        [&id](const Entry& entry) { return entry.id == id; });
+    const bool found = removed != m_entries.end();
+    m_entries.erase(removed, m_entries.end());
+    return found;
+}
+
+void ProblemDevices::ForgetAll() {
+    m_entries.clear();
+}
+
+}  // namespace QueryClient
