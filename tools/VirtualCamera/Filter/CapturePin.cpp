@@ -516,6 +516,7 @@ void CapturePin::Deactivate() {
 }
 
 HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start) {
+    FinishStreaming();
     if (!peer_ || deviceLost_) return S_OK;
     const FaultConfig& faults = filter_->Settings().faults;
     StreamSession session;
@@ -540,12 +541,19 @@ HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start)
 }
 
 void CapturePin::StopStreaming() {
+    // Running -> Paused: stop delivering, but do not wait for the thread here. The graph pauses
+    // the renderer first, and a paused renderer holds the sample in Receive until it runs or
+    // stops, so waiting here could wait forever. The thread is collected when the graph runs
+    // again (FinishStreaming) or stops (Deactivate); by then the renderer lets go.
+    streamer_.RequestStop();
+}
+
+void CapturePin::FinishStreaming() {
     if (!streamer_.IsRunning()) return;
     // The thread may wait in GetBuffer for a sample downstream still holds: decommit to free it,
     // then commit again because a paused filter keeps its allocator ready.
     streamer_.RequestStop();
     if (allocator_) allocator_->Decommit();
-    nextCounter_ = streamer_.NextCounter();
     streamer_.Stop();
     nextCounter_ = streamer_.NextCounter() > nextCounter_ ? streamer_.NextCounter() : nextCounter_;
     if (allocator_) allocator_->Commit();

@@ -81,10 +81,12 @@ public:
     HRESULT Activate();  // Stopped -> Paused: commits the allocator.
     void Deactivate();   // -> Stopped: stops streaming, decommits the allocator.
     HRESULT StartStreaming(IReferenceClock* clock, REFERENCE_TIME start);
-    void StopStreaming();  // Running -> Paused.
+    void StopStreaming();  // Running -> Paused: delivery ends; the thread is collected later.
     bool IsConnected() const { return peer_ != nullptr; }
 
 private:
+    // Waits for the streaming thread of an earlier run to end.
+    void FinishStreaming();
     std::vector<MediaType> OfferedTypes() const;
     HRESULT TryConnection(IPin* receivePin, const AM_MEDIA_TYPE& type);
     HRESULT DecideAllocator(IMemInputPin* input, IMemAllocator** chosen);
