@@ -128,11 +128,13 @@ bool PinHasCategory(IPin* pin, const GUID& category) {
     return SUCCEEDED(hr) && returned == sizeof(GUID) && IsEqualGUID(pinCategory, category);
 }
 
-bool PinHasMajorType(IPin* pin, const GUID& majorType) {
+namespace {
+
+// The pin's media types from the start; a failure to enumerate them is logged.
+bool OpenMediaTypes(IPin* pin, ComPtr<IEnumMediaTypes>& mediaTypes) {
     if (pin == nullptr) {
         return false;
     }
-    ComPtr<IEnumMediaTypes> mediaTypes;
     const HRESULT hr = pin->EnumMediaTypes(mediaTypes.GetAddressOf());
     if (FAILED(hr)) {
         TINY_LOG_ERROR() << TinyFramework::StringPrintf(
@@ -143,6 +145,16 @@ bool PinHasMajorType(IPin* pin, const GUID& majorType) {
         return false;
     }
     mediaTypes->Reset();
+    return true;
+}
+
+}  // namespace
+
+bool PinHasMajorType(IPin* pin, const GUID& majorType) {
+    ComPtr<IEnumMediaTypes> mediaTypes;
+    if (!OpenMediaTypes(pin, mediaTypes)) {
+        return false;
+    }
     ScopedMediaType mediaType;
     while (mediaTypes->Next(1, mediaType.Receive(), nullptr) == S_OK) {
         if (mediaType.Get() != nullptr && IsEqualGUID(mediaType->majortype, majorType)) {
@@ -231,20 +243,10 @@ ComPtr<IPin> GetAudioStreamPin(IBaseFilter* filter, PIN_DIRECTION direction, con
 }
 
 bool GetPinMediaTypeRGB32(IPin* pin, ScopedMediaType& mediaType) {
-    if (pin == nullptr) {
-        return false;
-    }
     ComPtr<IEnumMediaTypes> mediaTypes;
-    const HRESULT hr = pin->EnumMediaTypes(mediaTypes.GetAddressOf());
-    if (FAILED(hr)) {
-        TINY_LOG_ERROR() << TinyFramework::StringPrintf(
-            "Failed to EnumMediaTypes(IEnumMediaTypes,0x%X)", static_cast<unsigned>(hr));
+    if (!OpenMediaTypes(pin, mediaTypes)) {
         return false;
     }
-    if (!mediaTypes) {
-        return false;
-    }
-    mediaTypes->Reset();
     ScopedMediaType candidate;
     while (mediaTypes->Next(1, candidate.Receive(), nullptr) == S_OK) {
         const AM_MEDIA_TYPE* type = candidate.Get();
