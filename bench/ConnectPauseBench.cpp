@@ -4,6 +4,7 @@
 // opens the pipe in that instant makes the server drop its reply. For each pause this runs the
 // same device-list query many times with the retry switched off, and prints how often the reply
 // was lost and what a query costs, beside the pause of 0 ms as the baseline of the same run.
+#include "bench/BenchClock.h"
 #include "client/QueryClient.h"
 
 #include <windows.h>
@@ -22,14 +23,6 @@ struct PauseResult {
     int failed = 0;
     double meanMs = 0;
 };
-
-double NowMs() {
-    LARGE_INTEGER counter;
-    LARGE_INTEGER frequency;
-    QueryPerformanceCounter(&counter);
-    QueryPerformanceFrequency(&frequency);
-    return 1000.0 * static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
 
 PauseResult Measure(DWORD pauseMs, int queries) {
     QueryClient::QueryOptions options;

@@ -2,6 +2,7 @@
 // each method against the default virtual camera; beside it, in the same run, the floor: the
 // same client against FloorServer.exe, which makes only the platform calls the query needs.
 // Prints both and their ratio.
+#include "bench/BenchClock.h"
 #include "client/QueryClient.h"
 
 #include <windows.h>
@@ -23,17 +24,11 @@ struct Method {
 struct Timing {
     double mean = 0;
     double p50 = 0;
+    double p99 = 0;
+    double perSecond = 0;
     int failures = 0;
     std::vector<uint8_t> lastReply;
 };
-
-double NowMs() {
-    LARGE_INTEGER counter;
-    LARGE_INTEGER frequency;
-    QueryPerformanceCounter(&counter);
-    QueryPerformanceFrequency(&frequency);
-    return 1000.0 * static_cast<double>(counter.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
 
 std::wstring BesideThisProgram(const wchar_t* name) {
     const std::wstring server = QueryClient::DefaultServerPath();
@@ -47,6 +42,7 @@ Timing Run(const std::wstring& server, const Method& method, const std::wstring&
     QueryClient::Client client(options);
     std::vector<double> samples;
     Timing timing;
+    const double runStart = NowMs();
     for (int index = 0; index < queries; ++index) {
         const double start = NowMs();
         const QueryClient::RawReply reply =
@@ -57,12 +53,19 @@ Timing Run(const std::wstring& server, const Method& method, const std::wstring&
         }
         timing.lastReply = reply.bytes;
     }
+    timing.perSecond = 1000.0 * queries / (NowMs() - runStart);
     std::sort(samples.begin(), samples.end());
     for (double sample : samples) {
         timing.mean += sample / queries;
     }
     timing.p50 = samples[samples.size() / 2];
+    timing.p99 = samples[std::min(samples.size() - 1, samples.size() * 99 / 100)];
     return timing;
+}
+
+void PrintRow(const char* label, const char* server, const Timing& timing) {
+    printf("%-22s %-7s %9.1f %9.1f %9.1f %9.2f\n", label, server, timing.mean, timing.p50,
+           timing.p99, timing.perSecond);
 }
 
 }  // namespace
@@ -81,18 +84,23 @@ int wmain(int argc, wchar_t** argv) {
     const Method methods[] = {{"GetVideoDevices", L"GetVideoDevices", false},
                               {"GetAnalogDevices", L"GetAnalogDevices", false},
                               {"GetVideoDeviceFormats", L"GetVideoDeviceFormats", true}};
-    printf("whole query, client start to end of stream: %d queries per method and server\n",
-           queries);
-    printf("%-22s %12s %12s %12s %12s %8s %s\n", "method", "server mean", "server p50",
-           "floor mean", "floor p50", "ratio", "same reply");
+    printf(
+        "whole query, client start to end of stream: %d queries per method and server, one "
+        "after another\n",
+        queries);
+    printf("%-22s %-7s %9s %9s %9s %9s\n", "method", "server", "mean ms", "p50 ms", "p99 ms",
+           "queries/s");
     int status = 0;
     for (const Method& method : methods) {
         Run(realServer, method, deviceId, 2);  // warm the file cache and the prefix
         const Timing real = Run(realServer, method, deviceId, queries);
         const Timing floor = Run(floorServer, method, deviceId, queries);
         const bool same = real.lastReply == floor.lastReply;
-        printf("%-22s %10.1fms %10.1fms %10.1fms %10.1fms %7.2fx %s\n", method.label, real.mean,
-               real.p50, floor.mean, floor.p50, real.mean / floor.mean, same ? "yes" : "NO");
+        PrintRow(method.label, "query", real);
+        PrintRow("", "floor", floor);
+        printf("%-22s %-7s %8.2fx %8.2fx %8.2fx %8.2fx   same reply: %s\n", "", "ratio",
+               real.mean / floor.mean, real.p50 / floor.p50, real.p99 / floor.p99,
+               real.perSecond / floor.perSecond, same ? "yes" : "NO");
         if (real.failures + floor.failures > 0 || !same) {
             status = 1;
         }
