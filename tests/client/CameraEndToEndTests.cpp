@@ -6,7 +6,7 @@
 #include "server/FormatReply.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RawParent.h"
-#include "tools/VirtualCamera/VirtualCameraSetup.h"
+#include "tests/client/CameraTest.h"
 
 #include <gtest/gtest.h>
 
@@ -19,38 +19,13 @@ using QueryClient::Outcome;
 using QueryClient::RawReply;
 using TestSupport::Utf16Bytes;
 
-std::string Narrow(const std::wstring& text) {
-    return std::string(text.begin(), text.end());
-}
 
 std::string Text(const RawReply& reply) {
     return std::string(reply.bytes.begin(), reply.bytes.end());
 }
 
-// Every test starts and ends with no virtual device at all, so that the device lists hold
-// exactly the devices the test registered.
-class CameraEndToEnd : public ::testing::Test {
+class CameraEndToEnd : public CameraTest {
 protected:
-    static void SetUpTestSuite() {
-        std::wstring error;
-        ASSERT_TRUE(VirtualCamera::RegisterServer(&error)) << Narrow(error);
-    }
-    void SetUp() override {
-        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        VirtualCamera::RemoveAllDevices();
-    }
-    void TearDown() override {
-        VirtualCamera::RemoveAllDevices();
-        EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 0)
-            << "a server outlived its query";
-        CoUninitialize();
-    }
-
-    static void AddDevices(const std::wstring& description) {
-        std::wstring error;
-        ASSERT_TRUE(VirtualCamera::AddDevices(description, &error)) << Narrow(error);
-    }
-
     static RawReply Devices(const wchar_t* method = L"GetVideoDevices") {
         return Client().Query(method);
     }

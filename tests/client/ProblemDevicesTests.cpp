@@ -4,7 +4,7 @@
 #include "client/QueryClient.h"
 #include "client/TextConversion.h"
 #include "tests/support/RawParent.h"
-#include "tools/VirtualCamera/VirtualCameraSetup.h"
+#include "tests/client/CameraTest.h"
 
 #include <gtest/gtest.h>
 
@@ -121,30 +121,18 @@ ToolRun RunTool(const std::wstring& arguments) {
     return run;
 }
 
-class ProblemDevicesWithCamera : public ::testing::Test {
+class ProblemDevicesWithCamera : public CameraTest {
 protected:
-    static void SetUpTestSuite() {
-        std::wstring error;
-        ASSERT_TRUE(VirtualCamera::RegisterServer(&error));
-    }
     void SetUp() override {
-        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        VirtualCamera::RemoveAllDevices();
-        std::wstring error;
-        ASSERT_TRUE(VirtualCamera::AddDevices(
+        CameraTest::SetUp();
+        AddDevices(
             L"[device hang]\nFriendlyName = Hang\nDevicePath = hang\n"
             L"mode = YUY2 videoinfo 640 480 333333\nfault = delay_caps:60000\n"
             L"[device fine]\nFriendlyName = Fine\nDevicePath = fine\n"
-            L"mode = YUY2 videoinfo 640 480 333333\n",
-            &error));
+            L"mode = YUY2 videoinfo 640 480 333333\n");
         // The tool keeps its list under LOCALAPPDATA; give this test a folder of its own.
         m_appData = TempFolder(L"appdata");
         SetEnvironmentVariableW(L"LOCALAPPDATA", m_appData.c_str());
-    }
-    void TearDown() override {
-        VirtualCamera::RemoveAllDevices();
-        EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 0);
-        CoUninitialize();
     }
     std::wstring m_appData;
 };
