@@ -4,6 +4,7 @@
 #include <vfwmsgs.h>
 
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/Variant.h"
 #include "tools/VirtualCamera/Filter/CapturePin.h"
 #include "tools/VirtualCamera/Filter/Enumerators.h"
 
@@ -11,20 +12,6 @@ using Microsoft::WRL::ComPtr;
 
 namespace VirtualCamera {
 namespace {
-
-// Owns a VARIANT for the duration of one property-bag read.
-class Variant {
-public:
-    Variant() { VariantInit(&value_); }
-    ~Variant() { VariantClear(&value_); }
-    Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
-    VARIANT* get() { return &value_; }
-    const VARIANT& operator*() const { return value_; }
-
-private:
-    VARIANT value_;
-};
 
 bool ReadString(IPropertyBag* bag, const wchar_t* name, std::wstring* text) {
     Variant value;

@@ -3,24 +3,12 @@
 #include <uuids.h>
 
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/Variant.h"
 
 using Microsoft::WRL::ComPtr;
 
 namespace VirtualCamera {
 namespace {
-
-class Variant {
-public:
-    Variant() { VariantInit(&value_); }
-    ~Variant() { VariantClear(&value_); }
-    Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
-    VARIANT* get() { return &value_; }
-    const VARIANT* operator->() const { return &value_; }
-
-private:
-    VARIANT value_;
-};
 
 HRESULT WriteString(IPropertyBag* bag, const wchar_t* name, const std::wstring& text) {
     Variant value;
