@@ -167,8 +167,9 @@ TEST_F(CameraDevices, AnalogListBindsFirstAndLogsAFilterThatWillNotLoad) {
     std::vector<VideoDevice> devices;
     ASSERT_TRUE(GetAnalogDevices(devices));
     EXPECT_TRUE(WithId(devices, Unique(L"broken-path")).empty());
+    const std::vector<std::string> messages = log.Messages();
     const bool logged =
-        std::any_of(log.Messages().begin(), log.Messages().end(), [](const std::string& message) {
+        std::any_of(messages.begin(), messages.end(), [](const std::string& message) {
             return message.rfind("Failed to BindToObject(IBaseFilter,0x", 0) == 0;
         });
     EXPECT_TRUE(logged);

@@ -17,20 +17,6 @@ HRESULT Hand(Object* object, void** result) {
     return S_OK;
 }
 
-std::vector<std::string> g_messages;
-
-int CollectRecord(int, const char*, int, const char* text) {
-    std::string record = text;
-    // The message follows the header's "] : ".
-    const size_t start = record.find("] : ");
-    std::string message = start == std::string::npos ? record : record.substr(start + 4);
-    if (!message.empty() && message.back() == '\n') {
-        message.pop_back();
-    }
-    g_messages.push_back(message);
-    return 1;
-}
-
 }  // namespace
 
 HRESULT CountedUnknown::QueryInterface(REFIID iid, void** object) {
@@ -282,26 +268,6 @@ HRESULT FakePropertyBag::Read(LPCOLESTR name, VARIANT* value, IErrorLog*) {
         return entry.result;
     }
     return E_INVALIDARG;
-}
-
-LogCapture::LogCapture() {
-    g_messages.clear();
-    // The guard stays on (the record then has its plain "header : message" form); a fresh
-    // burst keeps earlier tests' records from counting against this one.
-    TinyFramework::GetLogFloodGuardInstance().Reset();
-    TinyFramework::SetLogMessageHandler(&CollectRecord);
-}
-
-LogCapture::~LogCapture() {
-    TinyFramework::SetLogMessageHandler(nullptr);
-}
-
-const std::vector<std::string>& LogCapture::Messages() const {
-    return g_messages;
-}
-
-bool LogCapture::Contains(const std::string& message) const {
-    return std::find(g_messages.begin(), g_messages.end(), message) != g_messages.end();
 }
 
 }  // namespace FakeCom

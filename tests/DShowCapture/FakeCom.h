@@ -13,6 +13,7 @@
 #include "DShowCapture/ComHelpers.h"
 #include "DShowCapture/MediaTypes.h"
 #include "DShowCapture/PinSearch.h"
+#include "tests/support/LogCapture.h"
 
 namespace FakeCom {
 
@@ -239,12 +240,6 @@ public:
 };
 
 // Collects the text of every log record (the part after the header) while it lives.
-class LogCapture {
-public:
-    LogCapture();
-    ~LogCapture();
-    const std::vector<std::string>& Messages() const;
-    bool Contains(const std::string& message) const;
-};
+using LogCapture = TestSupport::LogCapture;
 
 }  // namespace FakeCom

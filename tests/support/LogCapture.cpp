@@ -1,5 +1,7 @@
 #include "tests/support/LogCapture.h"
 
+#include <algorithm>
+
 namespace TestSupport {
 
 namespace {
@@ -44,6 +46,24 @@ std::vector<std::string> LogCapture::RecordsContaining(const std::string& text) 
         }
     }
     return matching;
+}
+
+std::vector<std::string> LogCapture::Messages() const {
+    std::vector<std::string> messages;
+    for (const std::string& record : Records()) {
+        const size_t start = record.find("] : ");
+        std::string message = start == std::string::npos ? record : record.substr(start + 4);
+        if (!message.empty() && message.back() == '\n') {
+            message.pop_back();
+        }
+        messages.push_back(message);
+    }
+    return messages;
+}
+
+bool LogCapture::Contains(const std::string& message) const {
+    const std::vector<std::string> messages = Messages();
+    return std::find(messages.begin(), messages.end(), message) != messages.end();
 }
 
 void LogCapture::Clear() {

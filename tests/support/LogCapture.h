@@ -20,6 +20,10 @@ public:
     std::vector<std::string> Records() const;
     // The records whose message (the text after the header) contains `text`.
     std::vector<std::string> RecordsContaining(const std::string& text) const;
+    // The message of each record: the text after the header's "] : ", without the line feed.
+    std::vector<std::string> Messages() const;
+    // Whether some record's message is exactly `message`.
+    bool Contains(const std::string& message) const;
     void Clear();
 
 private:
