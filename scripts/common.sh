@@ -5,17 +5,17 @@ prefix=$build/wineprefix
 
 wine_run() { "$root/scripts/wine.sh" run "$prefix" "$@"; }
 
-# Installs what is missing and builds everything.
+# Installs what is missing and builds the targets given (everything when none).
 prepare() {
     "$root/scripts/setup.sh"
-    BUILD_DIR=$build "$root/scripts/build.sh"
+    BUILD_DIR=$build "$root/scripts/build.sh" "$@"
 }
 
 # The same with the build's output kept in build/build.log, and shown only when it fails.
 prepare_quietly() {
     "$root/scripts/setup.sh"
     mkdir -p "$build"
-    if ! BUILD_DIR=$build "$root/scripts/build.sh" >"$build/build.log" 2>&1; then
+    if ! BUILD_DIR=$build "$root/scripts/build.sh" "$@" >"$build/build.log" 2>&1; then
         tail -n 40 "$build/build.log" >&2
         echo "build failed; the whole log is in $build/build.log" >&2
         return 1

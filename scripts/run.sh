@@ -3,7 +3,8 @@
 # the real query server, through the client tool, for the devices and their modes.
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
-prepare_quietly
+# Only what the job runs: the tool, the server and the virtual camera.
+prepare_quietly MainJob
 start_prefix
 register_default_camera
 

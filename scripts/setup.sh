@@ -10,6 +10,8 @@ packages=(
     googletest
     nlohmann-json3-dev
     clang-format
+    ccache
+    stress-ng
 )
 
 missing=()
@@ -29,5 +31,6 @@ if [ "$(id -u)" -ne 0 ]; then
     sudo_prefix=(sudo)
 fi
 "${sudo_prefix[@]}" apt-get update -qq
-DEBIAN_FRONTEND=noninteractive "${sudo_prefix[@]}" apt-get install -y -qq --no-install-recommends \
+# Through env, so that the setting reaches apt-get also when sudo resets the environment.
+"${sudo_prefix[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
     "${missing[@]}" >/dev/null

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test under Wine in the build's own prefix.
-# Arguments go to ctest (for example -R Pipe).
+# Installs what is missing, checks the formatting, builds everything, and runs every test under
+# Wine in the build's own prefix: one ctest test per GoogleTest suite. Arguments go to ctest (for
+# example -R Pipe).
 set -euo pipefail
 source "$(dirname "$0")/common.sh"
+"$root/scripts/setup.sh"
+"$root/scripts/check-format.sh"
 prepare
 # Started before ctest, so that Wine's services do not hold ctest's output pipes.
 start_prefix
 cd "$build"
-ctest --output-on-failure --timeout 300 "$@"
+ctest --output-on-failure "$@"

@@ -52,7 +52,16 @@ setup_environment "$prefix"
 case $command in
     run)
         start_server
-        exec "$WINE64" "$@"
+        started=$(date +%s.%N)
+        status=0
+        "$WINE64" "$@" || status=$?
+        # A program that dies before it prints anything leaves no trace in a test's output: say
+        # how it ended and how soon.
+        if [ "$status" -ne 0 ]; then
+            echo "wine.sh: ${1##*/} exited with status $status after" \
+                "$(awk -v s="$started" -v e="$(date +%s.%N)" 'BEGIN { printf "%.2f", e - s }') s" >&2
+        fi
+        exit "$status"
         ;;
     start) start_server ;;
     stop) [ -d "$WINEPREFIX" ] && "$WINESERVER" -k 2>/dev/null || true ;;

@@ -24,8 +24,8 @@ std::string JsonDouble(double value) {
         return "null";
     }
     char buffer[40];
-    const std::to_chars_result result = std::to_chars(
-        buffer, buffer + sizeof(buffer), value, std::chars_format::general, kDoublePrecision);
+    const std::to_chars_result result = std::to_chars(buffer, buffer + sizeof(buffer), value,
+                                                      std::chars_format::general, kDoublePrecision);
     return std::string(buffer, result.ptr);
 }
 

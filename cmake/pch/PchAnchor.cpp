@@ -1,0 +1,1 @@
+// The translation unit that owns a precompiled header which the project's targets reuse.
