@@ -2,7 +2,11 @@
 // (pipe, event, COM, the device enumerator, the capture pin's capabilities) with no framework
 // around them: no argument splitting, no logging, no sorting, one buffer for the reply. It speaks
 // the same rendezvous and gives the same bytes for the benchmark's devices, so that the client
-// cannot tell it from the real server.
+// cannot tell it from the real server. Of the project it uses only the protocol's names and
+// the header-only checks of what drivers hand out, which are platform calls themselves.
+#include "DShowCapture/DriverData.h"
+#include "protocol/QueryProtocol.h"
+
 #include <windows.h>
 
 #include <dshow.h>
@@ -10,16 +14,15 @@
 #include <cstdio>
 #include <cwchar>
 #include <string>
+#include <utility>
 
 namespace {
-
-const GUID kPinCategorySet = {
-    0x9B00F101, 0x1567, 0x11D1, {0xB3, 0xF1, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5}};
 
 std::wstring Argument(int argc, wchar_t** argv, const wchar_t* key) {
     const size_t length = wcslen(key);
     for (int index = 1; index < argc; ++index) {
-        if (wcsncmp(argv[index], key, length) == 0 && argv[index][length] == L'=') {
+        if (wcsncmp(argv[index], key, length) == 0 &&
+            argv[index][length] == QueryProtocol::kKeyValueSeparator) {
             return argv[index] + length + 1;
         }
     }
@@ -75,7 +78,8 @@ std::wstring DeviceLines() {
         if (SUCCEEDED(moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter,
                                             reinterpret_cast<void**>(&filter)))) {
             filter->Release();
-            lines += (id.empty() ? name : id) + L"\n" + name + L"\n";
+            lines +=
+                (id.empty() ? name : id) + QueryProtocol::kLineEnd + name + QueryProtocol::kLineEnd;
         }
         return true;
     });
@@ -116,8 +120,8 @@ IPin* CapturePin(IBaseFilter* filter) {
         DWORD size = 0;
         if (SUCCEEDED(
                 pin->QueryInterface(IID_IKsPropertySet, reinterpret_cast<void**>(&properties)))) {
-            if (SUCCEEDED(properties->Get(kPinCategorySet, 0, nullptr, 0, &category,
-                                          sizeof(category), &size)) &&
+            if (SUCCEEDED(properties->Get(AMPROPSETID_Pin, AMPROPERTY_PIN_CATEGORY, nullptr, 0,
+                                          &category, sizeof(category), &size)) &&
                 size == sizeof(category) && IsEqualGUID(category, PIN_CATEGORY_CAPTURE)) {
                 found = pin;
                 pin->AddRef();
@@ -134,23 +138,53 @@ float Rate(REFERENCE_TIME interval) {
     return 10000000.0f / static_cast<float>(interval);
 }
 
-void AppendMode(std::string& json, const AM_MEDIA_TYPE& type,
-                const VIDEO_STREAM_CONFIG_CAPS& caps) {
-    const VIDEOINFOHEADER* header = reinterpret_cast<const VIDEOINFOHEADER*>(type.pbFormat);
-    const float rate = header->AvgTimePerFrame > 0 ? Rate(header->AvgTimePerFrame) : 0.0f;
-    const float minRate = caps.MaxFrameInterval != 0 ? Rate(caps.MaxFrameInterval) : rate;
-    const float maxRate = caps.MinFrameInterval > 0 ? Rate(caps.MinFrameInterval) : rate;
-    const LONG width = header->bmiHeader.biWidth;
-    const LONG height = header->bmiHeader.biHeight;
-    const int format = IsEqualGUID(type.subtype, MEDIASUBTYPE_MJPG) ? 13 : 6;
-    char text[512];
-    snprintf(text, sizeof(text),
-             "%s{\"flip\": 0, \"format\": %d, \"maxRate\": %.17g, \"maxSize_cx\": %ld, "
-             "\"maxSize_cy\": %ld, \"minRate\": %.17g, \"minSize_cx\": %ld, \"minSize_cy\": %ld, "
-             "\"rate\": %.17g, \"scale_x\": 0, \"scale_y\": 0, \"size_x\": %ld, \"size_y\": %ld}",
-             json.size() > 1 ? ", " : "", format, maxRate, width, height, minRate, width, height,
-             rate, width, height);
-    json += text;
+std::string Integer(long value) {
+    char text[16];
+    snprintf(text, sizeof(text), "%ld", value);
+    return text;
+}
+
+std::string Double(float value) {
+    char text[40];
+    snprintf(text, sizeof(text), "%.17g", static_cast<double>(value));
+    return text;
+}
+
+// `caps` is null when the driver stated no room for a whole capability.
+void AppendMode(std::string& json, const AM_MEDIA_TYPE& type, const VIDEOINFOHEADER& header,
+                const VIDEO_STREAM_CONFIG_CAPS* caps) {
+    const float rate = header.AvgTimePerFrame > 0 ? Rate(header.AvgTimePerFrame) : 0.0f;
+    const float minRate =
+        caps != nullptr && caps->MaxFrameInterval != 0 ? Rate(caps->MaxFrameInterval) : rate;
+    const float maxRate =
+        caps != nullptr && caps->MinFrameInterval > 0 ? Rate(caps->MinFrameInterval) : rate;
+    const LONG width = header.bmiHeader.biWidth;
+    const LONG height = header.bmiHeader.biHeight;
+    const long format = IsEqualGUID(type.subtype, MEDIASUBTYPE_MJPG)
+                            ? QueryProtocol::kPixelFormatMjpeg
+                            : QueryProtocol::kPixelFormatYuy2;
+    // In the reply's key order, so that no sorting is needed.
+    const std::pair<const char*, std::string> members[] = {
+        {QueryProtocol::kModeFlip, "0"},
+        {QueryProtocol::kModeFormat, Integer(format)},
+        {QueryProtocol::kModeMaxRate, Double(maxRate)},
+        {QueryProtocol::kModeMaxSizeCx, Integer(width)},
+        {QueryProtocol::kModeMaxSizeCy, Integer(height)},
+        {QueryProtocol::kModeMinRate, Double(minRate)},
+        {QueryProtocol::kModeMinSizeCx, Integer(width)},
+        {QueryProtocol::kModeMinSizeCy, Integer(height)},
+        {QueryProtocol::kModeRate, Double(rate)},
+        {QueryProtocol::kModeScaleX, "0"},
+        {QueryProtocol::kModeScaleY, "0"},
+        {QueryProtocol::kModeSizeX, Integer(width)},
+        {QueryProtocol::kModeSizeY, Integer(height)},
+    };
+    json += json.size() > 1 ? ", {" : "{";
+    for (const auto& member : members) {
+        json += json.back() == '{' ? "" : ", ";
+        json += std::string("\"") + member.first + "\": " + member.second;
+    }
+    json += "}";
 }
 
 std::string FormatsJson(const std::wstring& deviceId) {
@@ -168,16 +202,14 @@ std::string FormatsJson(const std::wstring& deviceId) {
         IAMStreamConfig* config = nullptr;
         if (pin != nullptr && SUCCEEDED(pin->QueryInterface(IID_IAMStreamConfig,
                                                             reinterpret_cast<void**>(&config)))) {
-            int count = 0;
-            int size = 0;
-            config->GetNumberOfCapabilities(&count, &size);
-            VIDEO_STREAM_CONFIG_CAPS caps = {};
-            for (int index = 0; index < count; ++index) {
+            // The same checks of the driver's sizes as the real server's.
+            DShow::StreamCapabilityReader capabilities(config);
+            capabilities.Open();
+            for (int index = 0; index < capabilities.Count(); ++index) {
                 AM_MEDIA_TYPE* type = nullptr;
-                if (config->GetStreamCaps(index, &type, reinterpret_cast<BYTE*>(&caps)) == S_OK) {
-                    if (IsEqualGUID(type->formattype, FORMAT_VideoInfo) &&
-                        type->pbFormat != nullptr) {
-                        AppendMode(json, *type, caps);
+                if (capabilities.Read(index, &type) == S_OK) {
+                    if (const VIDEOINFOHEADER* header = DShow::GetVideoInfoHeader(*type)) {
+                        AppendMode(json, *type, *header, capabilities.VideoCapability());
                     }
                     CoTaskMemFree(type->pbFormat);
                     CoTaskMemFree(type);
@@ -197,22 +229,22 @@ std::string FormatsJson(const std::wstring& deviceId) {
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
-    const std::wstring method = Argument(argc, argv, L"method");
-    const std::wstring id = Argument(argc, argv, L"id");
-    const std::wstring pipeName = L"\\\\.\\pipe\\71FADDA3-07A6-021F-DBE6-15012EFB1791-" + id;
-    const std::wstring eventName = L"Global\\C49E4172-B9F8-22EA-5052-D226B8741074-" + id;
+    const std::wstring method = Argument(argc, argv, QueryProtocol::kKeyMethod);
+    const std::wstring id = Argument(argc, argv, QueryProtocol::kKeyId);
+    const std::wstring pipeName = QueryProtocol::kPipeNamePrefix + id;
+    const std::wstring eventName = QueryProtocol::kEventNamePrefix + id;
     HANDLE pipe = CreateNamedPipeW(pipeName.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_WRITE_THROUGH,
                                    0, 1, 16384, 16384, 3000, nullptr);
     HANDLE event = OpenEventW(EVENT_MODIFY_STATE, FALSE, eventName.c_str());
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     std::string reply;
-    if (method == L"GetVideoDevices") {
+    if (method == QueryProtocol::kMethodVideoDevices) {
         const std::wstring lines = DeviceLines();
         reply.assign(reinterpret_cast<const char*>(lines.data()), lines.size() * sizeof(wchar_t));
-    } else if (method == L"GetAnalogDevices") {
+    } else if (method == QueryProtocol::kMethodAnalogDevices) {
         TouchFirstPins();
-    } else if (method == L"GetVideoDeviceFormats") {
-        reply = FormatsJson(Argument(argc, argv, L"device_id"));
+    } else if (method == QueryProtocol::kMethodDeviceFormats) {
+        reply = FormatsJson(Argument(argc, argv, QueryProtocol::kKeyDeviceId));
     }
     SetEvent(event);
     ConnectNamedPipe(pipe, nullptr);

@@ -4,6 +4,8 @@
 // Prints both and their ratio.
 #include "bench/BenchClock.h"
 #include "client/QueryClient.h"
+#include "client/TextConversion.h"
+#include "protocol/QueryProtocol.h"
 
 #include <windows.h>
 
@@ -16,7 +18,6 @@
 namespace {
 
 struct Method {
-    const char* label;
     const wchar_t* method;
     bool withDevice;
 };
@@ -81,9 +82,9 @@ int wmain(int argc, wchar_t** argv) {
     const std::wstring deviceId = devices.devices.front().id;
     const std::wstring realServer = QueryClient::DefaultServerPath();
     const std::wstring floorServer = BesideThisProgram(L"FloorServer.exe");
-    const Method methods[] = {{"GetVideoDevices", L"GetVideoDevices", false},
-                              {"GetAnalogDevices", L"GetAnalogDevices", false},
-                              {"GetVideoDeviceFormats", L"GetVideoDeviceFormats", true}};
+    const Method methods[] = {{QueryProtocol::kMethodVideoDevices, false},
+                              {QueryProtocol::kMethodAnalogDevices, false},
+                              {QueryProtocol::kMethodDeviceFormats, true}};
     printf(
         "whole query, client start to end of stream: %d queries per method and server, one "
         "after another\n",
@@ -96,7 +97,7 @@ int wmain(int argc, wchar_t** argv) {
         const Timing real = Run(realServer, method, deviceId, queries);
         const Timing floor = Run(floorServer, method, deviceId, queries);
         const bool same = real.lastReply == floor.lastReply;
-        PrintRow(method.label, "query", real);
+        PrintRow(QueryClient::ToUtf8(method.method).c_str(), "query", real);
         PrintRow("", "floor", floor);
         printf("%-22s %-7s %8.2fx %8.2fx %8.2fx %8.2fx   same reply: %s\n", "", "ratio",
                real.mean / floor.mean, real.p50 / floor.p50, real.p99 / floor.p99,

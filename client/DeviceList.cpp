@@ -1,17 +1,17 @@
 #include "client/DeviceList.h"
 
+#include "protocol/QueryProtocol.h"
+
 namespace QueryClient {
 
 namespace {
-
-constexpr wchar_t kLineEnd = L'\n';
 
 std::vector<std::wstring> SplitLines(const std::vector<uint8_t>& bytes, std::wstring* rest) {
     std::vector<std::wstring> lines;
     std::wstring line;
     for (size_t offset = 0; offset + 1 < bytes.size(); offset += 2) {
         const wchar_t unit = static_cast<wchar_t>(bytes[offset] | (bytes[offset + 1] << 8));
-        if (unit == kLineEnd) {
+        if (unit == QueryProtocol::kLineEnd) {
             lines.push_back(std::move(line));
             line.clear();
         } else {
@@ -31,7 +31,7 @@ void AppendLine(std::vector<uint8_t>& bytes, const std::wstring& text) {
     for (wchar_t unit : text) {
         AppendUnit(bytes, unit);
     }
-    AppendUnit(bytes, kLineEnd);
+    AppendUnit(bytes, QueryProtocol::kLineEnd);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "client/FormatList.h"
 
+#include "protocol/QueryProtocol.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -42,19 +44,19 @@ bool ReadMode(const Json& object, Mode* mode, std::string* problem) {
         *problem = "an element of the array is not an object";
         return false;
     }
-    return ReadInteger(object, "flip", &mode->flip, problem) &&
-           ReadInteger(object, "format", &mode->format, problem) &&
-           ReadNumber(object, "rate", &mode->rate, problem) &&
-           ReadNumber(object, "minRate", &mode->minRate, problem) &&
-           ReadNumber(object, "maxRate", &mode->maxRate, problem) &&
-           ReadInteger(object, "size_x", &mode->size_x, problem) &&
-           ReadInteger(object, "size_y", &mode->size_y, problem) &&
-           ReadInteger(object, "scale_x", &mode->scale_x, problem) &&
-           ReadInteger(object, "scale_y", &mode->scale_y, problem) &&
-           ReadInteger(object, "minSize_cx", &mode->minSize_cx, problem) &&
-           ReadInteger(object, "minSize_cy", &mode->minSize_cy, problem) &&
-           ReadInteger(object, "maxSize_cx", &mode->maxSize_cx, problem) &&
-           ReadInteger(object, "maxSize_cy", &mode->maxSize_cy, problem);
+    return ReadInteger(object, QueryProtocol::kModeFlip, &mode->flip, problem) &&
+           ReadInteger(object, QueryProtocol::kModeFormat, &mode->format, problem) &&
+           ReadNumber(object, QueryProtocol::kModeRate, &mode->rate, problem) &&
+           ReadNumber(object, QueryProtocol::kModeMinRate, &mode->minRate, problem) &&
+           ReadNumber(object, QueryProtocol::kModeMaxRate, &mode->maxRate, problem) &&
+           ReadInteger(object, QueryProtocol::kModeSizeX, &mode->size_x, problem) &&
+           ReadInteger(object, QueryProtocol::kModeSizeY, &mode->size_y, problem) &&
+           ReadInteger(object, QueryProtocol::kModeScaleX, &mode->scale_x, problem) &&
+           ReadInteger(object, QueryProtocol::kModeScaleY, &mode->scale_y, problem) &&
+           ReadInteger(object, QueryProtocol::kModeMinSizeCx, &mode->minSize_cx, problem) &&
+           ReadInteger(object, QueryProtocol::kModeMinSizeCy, &mode->minSize_cy, problem) &&
+           ReadInteger(object, QueryProtocol::kModeMaxSizeCx, &mode->maxSize_cx, problem) &&
+           ReadInteger(object, QueryProtocol::kModeMaxSizeCy, &mode->maxSize_cy, problem);
 }
 
 }  // namespace
@@ -79,37 +81,6 @@ FormatListDecoding DecodeFormatList(const std::string& json) {
     }
     decoding.complete = true;
     return decoding;
-}
-
-const char* PixelFormatName(int32_t format) {
-    switch (format) {
-        case 0:
-            return "UNKNOWN";
-        case 1:
-            return "I420";
-        case 2:
-            return "YV12";
-        case 3:
-            return "NV12";
-        case 5:
-            return "UYUY";
-        case 6:
-            return "YUY2";
-        case 9:
-            return "RGB24";
-        case 10:
-            return "RGBA";
-        case 11:
-            return "BGR24";
-        case 12:
-            return "BGRA";
-        case 13:
-            return "MJPEG";
-        case 24:
-            return "NV12_MS";
-        default:
-            return "";
-    }
 }
 
 }  // namespace QueryClient

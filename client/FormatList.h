@@ -9,7 +9,7 @@ namespace QueryClient {
 // One mode of a device, as the format reply carries it.
 struct Mode {
     int32_t flip = 0;
-    int32_t format = 0;  // the pixel format's wire value
+    int32_t format = 0;  // the pixel format's wire value: QueryProtocol::kPixelFormat...
     double rate = 0;
     double minRate = 0;
     double maxRate = 0;
@@ -32,8 +32,5 @@ struct FormatListDecoding {
 // Decodes the format reply: one JSON array of objects with the 13 numeric keys. Anything else,
 // a cut text included, is not complete and says why.
 FormatListDecoding DecodeFormatList(const std::string& json);
-
-// The display name of a pixel format's wire value, as the server names it; "" when it has none.
-const char* PixelFormatName(int32_t format);
 
 }  // namespace QueryClient

@@ -14,8 +14,10 @@ namespace {
 constexpr char kSeparator = '\t';
 
 bool ReadWholeFile(const std::wstring& path, std::string* content, bool* missing) {
-    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    // Sharing delete lets another process's save rename its new list over this one meanwhile;
+    // this reader keeps the old file whole.
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.IsValid()) {
         const DWORD error = GetLastError();
         *missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
@@ -27,6 +29,36 @@ bool ReadWholeFile(const std::wstring& path, std::string* content, bool* missing
         content->append(buffer, read);
     }
     return true;
+}
+
+bool WriteWholeFile(const std::wstring& path, const std::string& content) {
+    UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.IsValid()) {
+        return false;
+    }
+    DWORD written = 0;
+    // Flushed before it takes the list's place, so that a machine that stops right after the
+    // rename finds the whole new list rather than an empty file.
+    return WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written,
+                     nullptr) &&
+           written == content.size() && FlushFileBuffers(file.Get());
+}
+
+// Beside the list, so that the rename stays within one volume; named for the process and thread,
+// so that two savers never share one.
+std::wstring TemporaryPathBeside(const std::wstring& path) {
+    return path + L"." + std::to_wstring(GetCurrentProcessId()) + L"-" +
+           std::to_wstring(GetCurrentThreadId()) + L".tmp";
+}
+
+// A list edited by hand may have Windows line ends; the carriage return belongs to none of the
+// entry's fields.
+std::string WithoutCarriageReturn(std::string line) {
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    return line;
 }
 
 // Creates the folder of `path` and those above it, as far as they are missing.
@@ -66,7 +98,7 @@ bool ProblemDevices::Load() {
         if (end == std::string::npos) {
             end = content.size();
         }
-        const std::string line = content.substr(start, end - start);
+        const std::string line = WithoutCarriageReturn(content.substr(start, end - start));
         const size_t separator = line.find(kSeparator);
         if (separator != std::string::npos) {
             m_entries.push_back(
@@ -77,21 +109,26 @@ bool ProblemDevices::Load() {
     return true;
 }
 
-bool ProblemDevices::Save() const {
-    CreateParentFolders(m_path);
-    UniqueHandle file(CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsValid()) {
-        return false;
-    }
+std::string ProblemDevices::Text() const {
     std::string content;
     for (const Entry& entry : m_entries) {
         content += entry.outcome + kSeparator + ToUtf8(entry.id) + "\n";
     }
-    DWORD written = 0;
-    return WriteFile(file.Get(), content.data(), static_cast<DWORD>(content.size()), &written,
-                     nullptr) &&
-           written == content.size();
+    return content;
+}
+
+bool ProblemDevices::Save() const {
+    CreateParentFolders(m_path);
+    // The new list is written whole beside the old one and then takes its place in one rename:
+    // a reader, or a save that fails half-way, never leaves a cut list behind.
+    const std::wstring temporary = TemporaryPathBeside(m_path);
+    if (!WriteWholeFile(temporary, Text()) ||
+        !MoveFileExW(temporary.c_str(), m_path.c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        DeleteFileW(temporary.c_str());
+        return false;
+    }
+    return true;
 }
 
 bool ProblemDevices::Contains(const std::wstring& id) const {

@@ -25,7 +25,10 @@ public:
     static bool IsProblem(Outcome outcome);
 
     // A missing file is an empty list. False only when the file exists and cannot be read.
+    // Windows line ends are read like plain ones.
     bool Load();
+    // Replaces the file whole: a reader sees the old list or the new one, never a part, and a
+    // failed save leaves the old list as it was.
     bool Save() const;
 
     bool Contains(const std::wstring& id) const;
@@ -37,6 +40,9 @@ public:
     const std::wstring& Path() const { return m_path; }
 
 private:
+    // The file's content: one "<outcome>\t<id in UTF-8>\n" line for each entry.
+    std::string Text() const;
+
     std::wstring m_path;
     std::vector<Entry> m_entries;
 };

@@ -2,8 +2,9 @@
 
 #include "TinyFramework/Common/TinyCore.h"
 #include "client/ServerProcess.h"
+#include "client/SystemErrorText.h"
 #include "client/UniqueHandle.h"
-#include "server/QueryProtocol.h"
+#include "protocol/QueryProtocol.h"
 
 #include <bcrypt.h>
 
@@ -115,16 +116,20 @@ std::wstring DirectoryOfThisProgram() {
 }
 
 // A process that an unhandled exception ended exits with the exception's code, an NTSTATUS of
-// error severity (an access violation is 0xC0000005).
+// error severity (an access violation is EXCEPTION_ACCESS_VIOLATION, 0xC0000005).
 bool EndedByAnException(DWORD exitCode) {
-    return (exitCode & 0xC0000000) == 0xC0000000;
+    return (exitCode & ERROR_SEVERITY_ERROR) == ERROR_SEVERITY_ERROR;
 }
 
 bool CanBePassed(const std::wstring& value) {
     // The server cuts each argument at '=' and trims spaces: such a value would arrive changed or
     // not at all.
-    return value.find(L'=') == std::wstring::npos &&
+    return value.find(QueryProtocol::kKeyValueSeparator) == std::wstring::npos &&
            (value.empty() || (value.front() != L' ' && value.back() != L' '));
+}
+
+std::wstring KeyValue(const wchar_t* key, const std::wstring& value) {
+    return key + std::wstring(1, QueryProtocol::kKeyValueSeparator) + value;
 }
 
 // One attempt of a query, with `deadline` shared by all attempts.
@@ -139,9 +144,16 @@ RawReply RunAttempt(const QueryOptions& options, const std::vector<std::wstring>
     // Auto-reset: a server that has to drop its reply sets the event a second time, and that
     // second signal is what tells the lost reply from an empty one.
     UniqueHandle readyEvent(CreateEventW(nullptr, FALSE, FALSE, eventName.c_str()));
-    if (!readyEvent.IsValid() || GetLastError() == ERROR_ALREADY_EXISTS) {
+    if (!readyEvent.IsValid()) {
         return Fail(reply, Outcome::ServerNotStarted,
-                    "the query's event could not be created or exists already");
+                    "the query's event could not be created: " +
+                        DescribeFailure("CreateEvent", GetLastError()));
+    }
+    // Whoever made the event first could wake this parent at a moment of its choosing, or stand
+    // in for the server: the query is not started on an event that is not its own.
+    if (GetLastError() == ERROR_ALREADY_EXISTS) {
+        return Fail(reply, Outcome::ServerNotStarted,
+                    "an event of the query's name exists already; the query was not started");
     }
     const std::wstring server =
         options.serverPath.empty() ? DefaultServerPath() : options.serverPath;
@@ -214,14 +226,21 @@ RawReply RunAttempt(const QueryOptions& options, const std::vector<std::wstring>
 
 }  // namespace
 
-std::wstring MakeRandomId() {
+LONG SystemRandom(uint8_t* buffer, ULONG size) {
+    return BCryptGenRandom(nullptr, buffer, size, BCRYPT_USE_SYSTEM_PREFERRED_RNG);
+}
+
+RandomId MakeRandomId(RandomSource source) {
     uint8_t random[kIdBytes] = {};
-    BCryptGenRandom(nullptr, random, sizeof(random), BCRYPT_USE_SYSTEM_PREFERRED_RNG);
+    RandomId id;
+    id.status = source(random, sizeof(random));
+    if (!BCRYPT_SUCCESS(id.status)) {
+        return id;
+    }
     static const wchar_t kHex[] = L"0123456789ABCDEF";
-    std::wstring id;
     for (uint8_t byte : random) {
-        id.push_back(kHex[byte >> 4]);
-        id.push_back(kHex[byte & 0xF]);
+        id.text.push_back(kHex[byte >> 4]);
+        id.text.push_back(kHex[byte & 0xF]);
     }
     return id;
 }
@@ -253,17 +272,24 @@ RawReply Client::QueryWithin(DWORD timeoutMs, const std::wstring& method,
     const Deadline deadline(timeoutMs);
     const int maxAttempts = m_options.retryLostReply ? 2 : 1;
     for (int attempt = 1; attempt <= maxAttempts; ++attempt) {
-        const std::wstring id = MakeRandomId();
-        std::vector<std::wstring> arguments = {std::wstring(QueryProtocol::kKeyMethod) + L"=" +
-                                               method};
+        const RandomId id = MakeRandomId(m_options.randomSource);
+        if (id.text.empty()) {
+            // Without an id nobody else can guess, the names could be taken over in advance.
+            return Fail(reply, Outcome::ServerNotStarted,
+                        TinyFramework::StringPrintf(
+                            "no random id for the query's names: the random source failed "
+                            "(status 0x%08lX)",
+                            static_cast<unsigned long>(id.status)));
+        }
+        std::vector<std::wstring> arguments = {KeyValue(QueryProtocol::kKeyMethod, method)};
         if (!deviceId.empty()) {
-            arguments.push_back(std::wstring(QueryProtocol::kKeyDeviceId) + L"=" + deviceId);
+            arguments.push_back(KeyValue(QueryProtocol::kKeyDeviceId, deviceId));
         }
         if (!deviceName.empty()) {
-            arguments.push_back(std::wstring(QueryProtocol::kKeyDeviceName) + L"=" + deviceName);
+            arguments.push_back(KeyValue(QueryProtocol::kKeyDeviceName, deviceName));
         }
-        arguments.push_back(std::wstring(QueryProtocol::kKeyId) + L"=" + id);
-        reply = RunAttempt(m_options, arguments, id, deadline);
+        arguments.push_back(KeyValue(QueryProtocol::kKeyId, id.text));
+        reply = RunAttempt(m_options, arguments, id.text, deadline);
         reply.attempts = attempt;
         if (reply.outcome != Outcome::ReplyLost) {
             break;

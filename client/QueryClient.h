@@ -13,6 +13,12 @@
 
 namespace QueryClient {
 
+// Fills `buffer` with random bytes and returns an NTSTATUS: negative when it failed.
+using RandomSource = LONG (*)(uint8_t* buffer, ULONG size);
+
+// The system's cryptographic random source: BCryptGenRandom with the preferred generator.
+LONG SystemRandom(uint8_t* buffer, ULONG size);
+
 struct QueryOptions {
     // The server executable; empty means QueryServer.exe beside the running program.
     std::wstring serverPath;
@@ -32,6 +38,9 @@ struct QueryOptions {
     // When set, format queries leave the devices in this list alone, and a device whose query
     // hangs or crashes the server is added to it (and the list saved). Not owned.
     ProblemDevices* problemDevices = nullptr;
+    // Where the ids of queries come from. Only tests replace it: the system's source does not
+    // fail in practice, yet a query must end cleanly if it ever does.
+    RandomSource randomSource = SystemRandom;
 };
 
 // The bytes of one query and how it ended.
@@ -96,9 +105,14 @@ DeviceListReply ToDeviceListReply(const RawReply& raw);
 // went well.
 FormatListReply ToFormatListReply(const RawReply& raw);
 
-// A fresh id from the system's cryptographic random source, so that the names of a query's pipe
-// and event cannot be guessed in advance.
-std::wstring MakeRandomId();
+struct RandomId {
+    std::wstring text;  // 16 hexadecimal digits; empty when the source failed
+    LONG status = 0;    // what the source returned: negative when it failed
+};
+
+// A fresh id from a cryptographic random source, so that the names of a query's pipe and event
+// cannot be guessed in advance.
+RandomId MakeRandomId(RandomSource source = SystemRandom);
 
 // QueryServer.exe in the directory of the running program.
 std::wstring DefaultServerPath();

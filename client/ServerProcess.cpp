@@ -1,6 +1,6 @@
 #include "client/ServerProcess.h"
 
-#include "TinyFramework/Common/TinyCore.h"
+#include "client/SystemErrorText.h"
 
 namespace QueryClient {
 
@@ -9,12 +9,7 @@ namespace {
 constexpr DWORD kTerminateWaitMs = 5000;
 
 std::string DescribeLastError(const char* call) {
-    const DWORD error = GetLastError();
-    std::string text = TinyFramework::GetErrorText(error);
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' ')) {
-        text.pop_back();
-    }
-    return TinyFramework::StringPrintf("%s failed with error %lu: %s", call, error, text.c_str());
+    return DescribeFailure(call, GetLastError());
 }
 
 UniqueHandle CreateKillOnCloseJob() {

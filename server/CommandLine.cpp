@@ -1,5 +1,7 @@
 #include "server/CommandLine.h"
 
+#include "protocol/QueryProtocol.h"
+
 namespace QueryServer {
 
 using TinyFramework::TinyArray;
@@ -7,7 +9,7 @@ using TinyFramework::TinyStringW;
 
 namespace {
 
-constexpr wchar_t kSeparator = L'=';
+constexpr wchar_t kSeparator = QueryProtocol::kKeyValueSeparator;
 constexpr wchar_t kTrimmed[] = L" ";
 constexpr int32_t kTokensOfAKeyValue = 2;
 
@@ -39,16 +41,16 @@ void ReadArguments(int argc, const wchar_t* const* argv, QueryArguments& argumen
             continue;
         }
         const TinyStringW& key = tokens[0];
-        if (key.Compare(L"method") == 0) {
+        if (key.Compare(QueryProtocol::kKeyMethod) == 0) {
             arguments.method = tokens[1];
         }
-        if (key.Compare(L"device_id") == 0) {
+        if (key.Compare(QueryProtocol::kKeyDeviceId) == 0) {
             arguments.device_id = tokens[1];
         }
-        if (key.Compare(L"device_name") == 0) {
+        if (key.Compare(QueryProtocol::kKeyDeviceName) == 0) {
             arguments.device_name = tokens[1];
         }
-        if (key.Compare(L"id") == 0) {
+        if (key.Compare(QueryProtocol::kKeyId) == 0) {
             arguments.id = tokens[1];
         }
     }

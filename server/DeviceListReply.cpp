@@ -1,6 +1,6 @@
 #include "server/DeviceListReply.h"
 
-#include "server/QueryProtocol.h"
+#include "protocol/QueryProtocol.h"
 
 #include <string>
 

@@ -1,5 +1,6 @@
 #include "server/FormatReply.h"
 
+#include "protocol/QueryProtocol.h"
 #include "server/JsonText.h"
 
 namespace QueryServer {
@@ -8,19 +9,19 @@ namespace {
 
 std::string FormatToJson(const DShow::VideoFormat& format) {
     JsonObject object;
-    object.SetInteger("flip", format.flip);
-    object.SetInteger("format", format.format);
-    object.SetDouble("rate", format.rate);
-    object.SetDouble("minRate", format.minRate);
-    object.SetDouble("maxRate", format.maxRate);
-    object.SetInteger("size_x", format.size.cx);
-    object.SetInteger("size_y", format.size.cy);
-    object.SetInteger("scale_x", format.scale.cx);
-    object.SetInteger("scale_y", format.scale.cy);
-    object.SetInteger("minSize_cx", format.minSize.cx);
-    object.SetInteger("minSize_cy", format.minSize.cy);
-    object.SetInteger("maxSize_cx", format.maxSize.cx);
-    object.SetInteger("maxSize_cy", format.maxSize.cy);
+    object.SetInteger(QueryProtocol::kModeFlip, format.GetFlip());
+    object.SetInteger(QueryProtocol::kModeFormat, format.format);
+    object.SetDouble(QueryProtocol::kModeRate, format.rate);
+    object.SetDouble(QueryProtocol::kModeMinRate, format.minRate);
+    object.SetDouble(QueryProtocol::kModeMaxRate, format.maxRate);
+    object.SetInteger(QueryProtocol::kModeSizeX, format.size.cx);
+    object.SetInteger(QueryProtocol::kModeSizeY, format.size.cy);
+    object.SetInteger(QueryProtocol::kModeScaleX, format.scale.cx);
+    object.SetInteger(QueryProtocol::kModeScaleY, format.scale.cy);
+    object.SetInteger(QueryProtocol::kModeMinSizeCx, format.minSize.cx);
+    object.SetInteger(QueryProtocol::kModeMinSizeCy, format.minSize.cy);
+    object.SetInteger(QueryProtocol::kModeMaxSizeCx, format.maxSize.cx);
+    object.SetInteger(QueryProtocol::kModeMaxSizeCy, format.maxSize.cy);
     return object.Dump();
 }
 

@@ -2,7 +2,7 @@
 
 #include "server/CommandLine.h"
 #include "server/QueryMethods.h"
-#include "server/QueryProtocol.h"
+#include "protocol/QueryProtocol.h"
 #include "server/ReplyChannel.h"
 
 #include <objbase.h>

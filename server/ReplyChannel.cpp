@@ -4,15 +4,19 @@ namespace QueryServer {
 
 namespace {
 
-// The stream's end is the disconnect, not this write; the write itself is kept as it stands,
-// and its failure is logged like any other.
+// The closing write of a null buffer: WriteFile refuses it before a byte reaches the pipe, so the
+// parent sees exactly the reply and then the disconnect that ends the stream, which is all its
+// reading relies on. The write is kept as the server has always made it, failure record and all,
+// so that a run's records stay what they have been.
 constexpr uint32_t kClosingWriteSize = 2;
 
 }  // namespace
 
 ReplyChannel::~ReplyChannel() {
-    // On a normal run this repeats Close on a closed channel: the connect then fails on the
-    // closed handle and logs once, which is harmless.
+    // Every way out of a run closes the channel, an early return included: the parent waits for
+    // its event and the end of the stream, and must get both even from a run that gave up. On a
+    // normal run this repeats Close on a closed channel; the connect then fails on the closed
+    // handle and logs once, which nobody reads, and nothing reaches the parent.
     Close();
 }
 

@@ -1,5 +1,10 @@
 // The client against a server that misbehaves in every way a parent must survive.
 #include "client/QueryClient.h"
+#include "client/SystemErrorText.h"
+#include "client/UniqueHandle.h"
+#include "protocol/QueryProtocol.h"
+#include "tests/client/TestDeadlines.h"
+#include "tests/support/OwnProcesses.h"
 #include "tests/support/RawParent.h"
 
 #include <gtest/gtest.h>
@@ -11,17 +16,22 @@ using QueryClient::Outcome;
 using QueryClient::QueryOptions;
 using QueryClient::RawReply;
 
+using TestSupport::kDeadlineMarginMs;
+using TestSupport::kGenerousDeadlineMs;
+
+// For a server that never wakes the parent: whatever the machine's speed, this deadline ends it.
 constexpr DWORD kShortDeadlineMs = 700;
-// What a deadline may overrun by: ending the server and collecting it.
-constexpr ULONGLONG kDeadlineMarginMs = 1500;
+// For a server that stalls after its first line: the deadline must end the reading, so it leaves
+// the stand-in time to start and wake the parent on a loaded machine first.
+constexpr DWORD kStallDeadlineMs = 10000;
 
 std::wstring FakeServerPath() {
     std::wstring server = QueryClient::DefaultServerPath();
     return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + L"FakeServer.exe";
 }
 
-Client FakeClient(DWORD timeoutMs = 5000) {
-    QueryOptions options;
+Client FakeClient(DWORD timeoutMs = kGenerousDeadlineMs) {
+    QueryOptions options = TestSupport::GenerousOptions();
     options.serverPath = FakeServerPath();
     options.timeoutMs = timeoutMs;
     return Client(options);
@@ -29,8 +39,9 @@ Client FakeClient(DWORD timeoutMs = 5000) {
 
 class ClientFaults : public ::testing::Test {
 protected:
+    static void SetUpTestSuite() { ASSERT_TRUE(TestSupport::JoinOwnProcessJob()); }
     void TearDown() override {
-        EXPECT_EQ(TestSupport::CountProcesses(L"FakeServer.exe"), 0)
+        EXPECT_EQ(TestSupport::OwnProcessesLeftAfter(L"FakeServer.exe", kGenerousDeadlineMs), 0)
             << "a server outlived its query";
     }
 };
@@ -46,11 +57,11 @@ TEST_F(ClientFaults, ServerThatNeverWakesTheParentTimesOutAndIsEnded) {
 }
 
 TEST_F(ClientFaults, ServerThatNeverEndsTheStreamTimesOutReading) {
-    Client client = FakeClient(kShortDeadlineMs);
+    Client client = FakeClient(kStallDeadlineMs);
     const ULONGLONG start = GetTickCount64();
     const RawReply reply = client.Query(L"stall");
     EXPECT_EQ(reply.outcome, Outcome::TimedOutReading) << reply.detail;
-    EXPECT_LT(GetTickCount64() - start, kShortDeadlineMs + kDeadlineMarginMs);
+    EXPECT_LT(GetTickCount64() - start, kStallDeadlineMs + kDeadlineMarginMs);
     EXPECT_EQ(reply.bytes, TestSupport::Utf16Bytes(L"id\n"));
 }
 
@@ -97,7 +108,7 @@ TEST_F(ClientFaults, DroppedReplyIsRetriedOnceAndThenReported) {
 }
 
 TEST_F(ClientFaults, DroppedReplyWithoutRetryIsReportedAtOnce) {
-    QueryOptions options;
+    QueryOptions options = TestSupport::GenerousOptions();
     options.serverPath = FakeServerPath();
     options.retryLostReply = false;
     const RawReply reply = Client(options).Query(L"drop-reply");
@@ -117,21 +128,81 @@ TEST_F(ClientFaults, ManyLinesArriveWhole) {
 TEST_F(ClientFaults, MissingExecutableIsReported) {
     QueryOptions options;
     options.serverPath = L"C:\\no\\such\\QueryServer.exe";
-    const RawReply reply = Client(options).Query(L"GetVideoDevices");
+    const RawReply reply = Client(options).Query(QueryProtocol::kMethodVideoDevices);
     EXPECT_EQ(reply.outcome, Outcome::ServerNotStarted);
     EXPECT_FALSE(reply.detail.empty());
 }
 
 TEST_F(ClientFaults, ValuesTheServerCannotCarryAreRefusedBeforeStarting) {
     Client client = FakeClient();
-    EXPECT_EQ(client.Query(L"GetVideoDeviceFormats", L"a=b").outcome, Outcome::InvalidArgument);
-    EXPECT_EQ(client.Query(L"GetVideoDeviceFormats", L"id", L" padded").outcome,
+    EXPECT_EQ(client.Query(QueryProtocol::kMethodDeviceFormats, L"a=b").outcome,
+              Outcome::InvalidArgument);
+    EXPECT_EQ(client.Query(QueryProtocol::kMethodDeviceFormats, L"id", L" padded").outcome,
               Outcome::InvalidArgument);
 }
 
+// A stand-in for the system's random source: BCryptGenRandom does not fail in practice, and
+// neither Wine nor a test can make it fail, yet the client must end such a query cleanly.
+constexpr LONG kRandomSourceFailure = static_cast<LONG>(0xC0000001);  // STATUS_UNSUCCESSFUL
+int g_failingSourceCalls = 0;
+
+LONG FailingRandomSource(uint8_t*, ULONG) {
+    ++g_failingSourceCalls;
+    return kRandomSourceFailure;
+}
+
+TEST_F(ClientFaults, FailingRandomSourceEndsTheQueryBeforeAServerStarts) {
+    QueryOptions options;
+    options.serverPath = FakeServerPath();
+    options.randomSource = FailingRandomSource;
+    g_failingSourceCalls = 0;
+    // "hang" would end in a timeout, not at once, if a server were started anyway.
+    const RawReply reply = Client(options).Query(L"hang");
+    EXPECT_EQ(reply.outcome, Outcome::ServerNotStarted);
+    EXPECT_EQ(reply.detail,
+              "no random id for the query's names: the random source failed (status 0xC0000001)");
+    EXPECT_EQ(reply.attempts, 0);
+    EXPECT_EQ(reply.serverExitCode, static_cast<DWORD>(STILL_ACTIVE));
+    EXPECT_EQ(g_failingSourceCalls, 1);
+}
+
+TEST(RandomId, FailingSourceGivesNoIdAndItsStatus) {
+    const QueryClient::RandomId id = QueryClient::MakeRandomId(FailingRandomSource);
+    EXPECT_EQ(id.text, L"");
+    EXPECT_EQ(id.status, kRandomSourceFailure);
+}
+
+TEST_F(ClientFaults, EventThatExistsAlreadyIsRefusedAndNoServerStarts) {
+    const std::wstring id = QueryClient::MakeRandomId().text;
+    // Somebody else made the query's event first.
+    const QueryClient::UniqueHandle squatter(
+        CreateEventW(nullptr, FALSE, FALSE, (QueryProtocol::kEventNamePrefix + id).c_str()));
+    ASSERT_TRUE(squatter.IsValid());
+    const RawReply reply = FakeClient().QueryRaw({L"method=hang", L"id=" + id}, id);
+    EXPECT_EQ(reply.outcome, Outcome::ServerNotStarted);
+    EXPECT_EQ(reply.detail,
+              "an event of the query's name exists already; the query was not started");
+    EXPECT_EQ(reply.serverExitCode, static_cast<DWORD>(STILL_ACTIVE));
+    EXPECT_EQ(WaitForSingleObject(squatter.Get(), 0), static_cast<DWORD>(WAIT_TIMEOUT))
+        << "nobody set the other's event";
+}
+
+TEST_F(ClientFaults, NameTakenByAnotherKindOfObjectIsReportedWithTheSystemsError) {
+    const std::wstring id = QueryClient::MakeRandomId().text;
+    // A mutex holds the event's name: the system refuses to make an event of it.
+    const QueryClient::UniqueHandle squatter(
+        CreateMutexW(nullptr, FALSE, (QueryProtocol::kEventNamePrefix + id).c_str()));
+    ASSERT_TRUE(squatter.IsValid());
+    const RawReply reply = FakeClient().QueryRaw({L"method=hang", L"id=" + id}, id);
+    EXPECT_EQ(reply.outcome, Outcome::ServerNotStarted);
+    EXPECT_EQ(reply.detail, "the query's event could not be created: " +
+                                QueryClient::DescribeFailure("CreateEvent", ERROR_INVALID_HANDLE));
+    EXPECT_EQ(reply.serverExitCode, static_cast<DWORD>(STILL_ACTIVE));
+}
+
 TEST(RandomId, FreshAndHexadecimal) {
-    const std::wstring first = QueryClient::MakeRandomId();
-    const std::wstring second = QueryClient::MakeRandomId();
+    const std::wstring first = QueryClient::MakeRandomId().text;
+    const std::wstring second = QueryClient::MakeRandomId().text;
     EXPECT_EQ(first.size(), 16u);
     EXPECT_NE(first, second);
     EXPECT_EQ(first.find_first_not_of(L"0123456789ABCDEF"), std::wstring::npos);

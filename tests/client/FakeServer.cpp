@@ -11,11 +11,12 @@
 //   drop-reply         behaves as a server whose connect failed: wakes twice, sends nothing
 //   lines              sends `device_id` devices "id<k>"/"name<k>" and ends normally
 //   json               sends `device_id` as narrow text, as the format reply does, and ends
-#include "server/QueryProtocol.h"
+#include "protocol/QueryProtocol.h"
 
 #include <windows.h>
 
 #include <cwchar>
+#include <initializer_list>
 #include <string>
 
 namespace {
@@ -40,6 +41,15 @@ void WriteText(const std::wstring& text) {
               nullptr);
 }
 
+// Device-list lines, each ended as the real server ends them.
+void WriteLines(std::initializer_list<std::wstring> lines) {
+    std::wstring text;
+    for (const std::wstring& line : lines) {
+        text += line + QueryProtocol::kLineEnd;
+    }
+    WriteText(text);
+}
+
 void EndStream() {
     FlushFileBuffers(g_pipe);
     DisconnectNamedPipe(g_pipe);
@@ -49,7 +59,7 @@ void EndStream() {
 }  // namespace
 
 std::wstring ArgumentValue(int argc, wchar_t** argv, const std::wstring& key) {
-    const std::wstring prefix = key + L"=";
+    const std::wstring prefix = key + QueryProtocol::kKeyValueSeparator;
     for (int index = 1; index < argc; ++index) {
         if (std::wcsncmp(argv[index], prefix.c_str(), prefix.size()) == 0) {
             return argv[index] + prefix.size();
@@ -59,8 +69,8 @@ std::wstring ArgumentValue(int argc, wchar_t** argv, const std::wstring& key) {
 }
 
 int wmain(int argc, wchar_t** argv) {
-    const std::wstring mode = ArgumentValue(argc, argv, L"method");
-    const std::wstring id = ArgumentValue(argc, argv, L"id");
+    const std::wstring mode = ArgumentValue(argc, argv, QueryProtocol::kKeyMethod);
+    const std::wstring id = ArgumentValue(argc, argv, QueryProtocol::kKeyId);
     if (mode == L"exit") {
         return 3;
     }
@@ -75,35 +85,38 @@ int wmain(int argc, wchar_t** argv) {
     }
     if (mode == L"drop-reply") {
         SetEvent(g_event);
-        Sleep(50);  // the parent connects meanwhile, as in the race the real server can lose
+        // Returns once the parent has opened the pipe, whether it came before this call (the
+        // race the real server can lose) or after: the reply is dropped only once it is there,
+        // however slowly the parent wakes.
+        ConnectNamedPipe(g_pipe, nullptr);
         SetEvent(g_event);
         EndStream();
         return 0;
     }
     WakeAndAccept();
     if (mode == L"stall") {
-        WriteText(L"id\n");
+        WriteLines({L"id"});
         Sleep(INFINITE);
     } else if (mode == L"half-unit") {
-        WriteText(L"id\n");
+        WriteLines({L"id"});
         DWORD written = 0;
         WriteFile(g_pipe, "n", 1, &written, nullptr);
     } else if (mode == L"unpaired") {
-        WriteText(L"id0\nname0\nid1\n");
+        WriteLines({L"id0", L"name0", L"id1"});
     } else if (mode == L"crash") {
-        WriteText(L"id0\nname0\n");
+        WriteLines({L"id0", L"name0"});
         FlushFileBuffers(g_pipe);
         volatile int* nowhere = nullptr;
         *nowhere = 1;
     } else if (mode == L"json") {
-        const std::wstring text = ArgumentValue(argc, argv, L"device_id");
+        const std::wstring text = ArgumentValue(argc, argv, QueryProtocol::kKeyDeviceId);
         const std::string narrow(text.begin(), text.end());
         DWORD written = 0;
         WriteFile(g_pipe, narrow.data(), static_cast<DWORD>(narrow.size()), &written, nullptr);
     } else if (mode == L"lines") {
-        const int count = _wtoi(ArgumentValue(argc, argv, L"device_id").c_str());
+        const int count = _wtoi(ArgumentValue(argc, argv, QueryProtocol::kKeyDeviceId).c_str());
         for (int index = 0; index < count; ++index) {
-            WriteText(L"id" + std::to_wstring(index) + L"\nname" + std::to_wstring(index) + L"\n");
+            WriteLines({L"id" + std::to_wstring(index), L"name" + std::to_wstring(index)});
         }
     }
     EndStream();

@@ -5,6 +5,7 @@
 #include "client/TextConversion.h"
 #include "tests/support/RawParent.h"
 #include "tests/client/CameraTest.h"
+#include "tests/client/ToolRun.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +16,9 @@ namespace {
 using QueryClient::Outcome;
 using QueryClient::ProblemDevices;
 
-std::wstring TempFolder(const wchar_t* purpose) {
-    wchar_t base[MAX_PATH] = {};
-    GetTempPathW(MAX_PATH, base);
-    return std::wstring(base) + L"problem-devices-" + purpose + L"-" +
-           std::to_wstring(GetCurrentProcessId());
-}
+using TestSupport::RunTool;
+using TestSupport::TempFolder;
+using TestSupport::ToolRun;
 
 TEST(ProblemDevicesFile, MissingFileIsAnEmptyList) {
     ProblemDevices problems(TempFolder(L"missing") + L"\\none.txt");
@@ -66,60 +64,114 @@ TEST(ProblemDevicesFile, OnlyHangsAndCrashesAreProblems) {
     EXPECT_FALSE(ProblemDevices::IsProblem(Outcome::ServerNotStarted));
 }
 
-// Runs QueryTool.exe with the arguments; its standard output and error go to files.
-struct ToolRun {
-    DWORD exitCode = 0;
-    std::string out;
-    std::string err;
-};
+// The names of the entries of `folder`, "." and ".." left out.
+std::vector<std::wstring> EntriesOf(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW found = {};
+    HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
+    for (BOOL more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
+        const std::wstring name = found.cFileName;
+        if (name != L"." && name != L"..") {
+            names.push_back(name);
+        }
+    }
+    if (search != INVALID_HANDLE_VALUE) {
+        FindClose(search);
+    }
+    return names;
+}
 
-std::string ReadFileText(const std::wstring& path) {
-    std::string text;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              nullptr, OPEN_EXISTING, 0, nullptr);
+// A folder of this test's own, created empty.
+std::wstring EmptyFolder(const wchar_t* purpose) {
+    const std::wstring folder = TempFolder(purpose);
+    CreateDirectoryW(folder.c_str(), nullptr);
+    for (const std::wstring& name : EntriesOf(folder)) {
+        const std::wstring path = folder + L"\\" + name;
+        SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+        if (!DeleteFileW(path.c_str())) {
+            RemoveDirectoryW(path.c_str());
+        }
+    }
+    return folder;
+}
+
+void WriteBytes(const std::wstring& path, const std::string& bytes) {
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    DWORD written = 0;
+    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    CloseHandle(file);
+}
+
+std::string ReadBytes(const std::wstring& path) {
+    std::string bytes;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              0, nullptr);
     char buffer[4096];
     DWORD read = 0;
     while (file != INVALID_HANDLE_VALUE && ReadFile(file, buffer, sizeof(buffer), &read, nullptr) &&
            read > 0) {
-        text.append(buffer, read);
+        bytes.append(buffer, read);
     }
     CloseHandle(file);
-    return text;
+    return bytes;
 }
 
-ToolRun RunTool(const std::wstring& arguments) {
-    const std::wstring server = QueryClient::DefaultServerPath();
-    const std::wstring tool = server.substr(0, server.size() - 15) + L"QueryTool.exe";
-    const std::wstring outPath = TempFolder(L"tool-out");
-    const std::wstring errPath = TempFolder(L"tool-err");
-    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-    HANDLE out = CreateFileW(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                             CREATE_ALWAYS, 0, nullptr);
-    HANDLE err = CreateFileW(errPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                             CREATE_ALWAYS, 0, nullptr);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = out;
-    startup.hStdError = err;
-    PROCESS_INFORMATION process = {};
-    std::wstring commandLine = L"\"" + tool + L"\" " + arguments;
-    ToolRun run;
-    if (CreateProcessW(tool.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                       &startup, &process)) {
-        WaitForSingleObject(process.hProcess, 60000);
-        GetExitCodeProcess(process.hProcess, &run.exitCode);
-        CloseHandle(process.hProcess);
-        CloseHandle(process.hThread);
-    } else {
-        run.exitCode = 9999;
-    }
-    CloseHandle(out);
-    CloseHandle(err);
-    run.out = ReadFileText(outPath);
-    run.err = ReadFileText(errPath);
-    return run;
+// The file's identity on its volume: a file rewritten in place keeps it, a new file has its own.
+ULONGLONG FileIndex(const std::wstring& path) {
+    HANDLE file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
+    BY_HANDLE_FILE_INFORMATION information = {};
+    GetFileInformationByHandle(file, &information);
+    CloseHandle(file);
+    return (static_cast<ULONGLONG>(information.nFileIndexHigh) << 32) | information.nFileIndexLow;
 }
+
+TEST(ProblemDevicesFile, WindowsLineEndsAreReadLikePlainOnes) {
+    const std::wstring path = EmptyFolder(L"crlf") + L"\\list.txt";
+    WriteBytes(path, "server-died\tcrashy\r\ntimed-out-reading\tslow\r\n");
+    ProblemDevices problems(path);
+    ASSERT_TRUE(problems.Load());
+    ASSERT_EQ(problems.Entries().size(), 2u);
+    EXPECT_EQ(problems.Entries()[0].id, L"crashy");
+    EXPECT_EQ(problems.Entries()[0].outcome, "server-died");
+    EXPECT_EQ(problems.Entries()[1].id, L"slow");
+    EXPECT_EQ(problems.Entries()[1].outcome, "timed-out-reading");
+    EXPECT_TRUE(problems.Contains(L"crashy"));
+}
+
+TEST(ProblemDevicesFile, SaveReplacesTheListByAWholeNewFileAndLeavesNothingBeside) {
+    const std::wstring folder = EmptyFolder(L"replace");
+    const std::wstring path = folder + L"\\list.txt";
+    ProblemDevices problems(path);
+    problems.Remember(L"first", Outcome::ServerDied);
+    problems.Remember(L"second", Outcome::TimedOutReading);
+    ASSERT_TRUE(problems.Save());
+    const ULONGLONG firstFile = FileIndex(path);
+
+    problems.Forget(L"first");
+    ASSERT_TRUE(problems.Save());
+    EXPECT_NE(FileIndex(path), firstFile) << "the list was rewritten in place";
+    EXPECT_EQ(ReadBytes(path), "timed-out-reading\tsecond\n");
+    EXPECT_EQ(EntriesOf(folder), std::vector<std::wstring>{L"list.txt"});
+}
+
+TEST(ProblemDevicesFile, SaveThatCannotReplaceTheListLeavesNothingBeside) {
+    const std::wstring folder = EmptyFolder(L"kept");
+    // A folder stands where the list should be: the new list is written, but cannot take its place.
+    const std::wstring path = folder + L"\\list.txt";
+    ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+    ProblemDevices problems(path);
+    problems.Remember(L"first", Outcome::ServerDied);
+    EXPECT_FALSE(problems.Save());
+    EXPECT_EQ(EntriesOf(folder), std::vector<std::wstring>{L"list.txt"});
+    EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY,
+              static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
+    RemoveDirectoryW(path.c_str());
+}
+
+// Long enough for a server to start; the device's driver hangs far longer than it and the
+// margin together.
+constexpr DWORD kHangDeadlineMs = 1000;
 
 class ProblemDevicesWithCamera : public CameraTest {
 protected:
@@ -139,28 +191,35 @@ protected:
 
 TEST_F(ProblemDevicesWithCamera, HungDeviceIsRememberedSkippedAndForgotten) {
     ProblemDevices problems(m_appData + L"\\client-list.txt");
-    QueryClient::QueryOptions options;
-    options.formatTimeoutMs = 1000;
+    // Two clients share the list: one with a short per-device deadline for the device that
+    // hangs, one with the generous deadline for everything a loaded machine must still finish.
+    QueryClient::QueryOptions shortOptions = TestSupport::GenerousOptions();
+    shortOptions.formatTimeoutMs = kHangDeadlineMs;
+    shortOptions.problemDevices = &problems;
+    QueryClient::Client hangClient(shortOptions);
+    QueryClient::QueryOptions options = TestSupport::GenerousOptions();
     options.problemDevices = &problems;
     QueryClient::Client client(options);
 
     const ULONGLONG start = GetTickCount64();
-    EXPECT_EQ(client.GetDeviceFormats(L"hang").outcome, Outcome::TimedOutWaitingForEvent);
-    EXPECT_LT(GetTickCount64() - start, 1000u + 2000u) << "the per-device deadline held";
+    EXPECT_EQ(hangClient.GetDeviceFormats(L"hang").outcome, Outcome::TimedOutWaitingForEvent);
+    EXPECT_LT(GetTickCount64() - start, kHangDeadlineMs + TestSupport::kDeadlineMarginMs)
+        << "the per-device deadline held";
     EXPECT_TRUE(problems.Contains(L"hang"));
 
     ProblemDevices saved(m_appData + L"\\client-list.txt");
     ASSERT_TRUE(saved.Load());
     EXPECT_TRUE(saved.Contains(L"hang"));
 
-    const ULONGLONG skipStart = GetTickCount64();
+    const DWORD startedBeforeSkip = TestSupport::OwnProcessesStarted();
     EXPECT_EQ(client.GetDeviceFormats(L"hang").outcome, Outcome::SkippedProblemDevice);
-    EXPECT_LT(GetTickCount64() - skipStart, 100u) << "a skipped device starts no server";
+    EXPECT_EQ(TestSupport::OwnProcessesStarted(), startedBeforeSkip)
+        << "a skipped device starts no server";
     EXPECT_EQ(client.GetDeviceFormats(L"fine").outcome, Outcome::Ok);
     EXPECT_FALSE(problems.Contains(L"fine"));
 
     problems.Forget(L"hang");
-    EXPECT_EQ(client.GetDeviceFormats(L"hang").outcome, Outcome::TimedOutWaitingForEvent);
+    EXPECT_EQ(hangClient.GetDeviceFormats(L"hang").outcome, Outcome::TimedOutWaitingForEvent);
 }
 
 TEST_F(ProblemDevicesWithCamera, ToolShowsSkipsAndForgets) {

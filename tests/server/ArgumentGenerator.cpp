@@ -1,14 +1,19 @@
 #include "tests/server/ArgumentGenerator.h"
 
+#include "protocol/QueryProtocol.h"
+
 namespace ArgumentGenerator {
 
 namespace {
 
+const wchar_t* const kKeys[] = {QueryProtocol::kKeyMethod, QueryProtocol::kKeyDeviceId,
+                                QueryProtocol::kKeyDeviceName, QueryProtocol::kKeyId};
+
 const wchar_t* const kPieces[] = {
-    L"method",
-    L"device_id",
-    L"device_name",
-    L"id",
+    QueryProtocol::kKeyMethod,
+    QueryProtocol::kKeyDeviceId,
+    QueryProtocol::kKeyDeviceName,
+    QueryProtocol::kKeyId,
     L"Method",
     L"ID",
     L"x",
@@ -22,9 +27,9 @@ const wchar_t* const kPieces[] = {
     L"\"",
     L"\\",
     L"\\\"",
-    L"GetVideoDevices",
-    L"GetAnalogDevices",
-    L"GetVideoDeviceFormats",
+    QueryProtocol::kMethodVideoDevices,
+    QueryProtocol::kMethodAnalogDevices,
+    QueryProtocol::kMethodDeviceFormats,
     L"getvideodevices",
     L"7",
     L"\u00e9t\u00e9",
@@ -69,9 +74,9 @@ std::vector<std::wstring> CommandLine(std::mt19937& random) {
         std::wstring argument;
         if (std::uniform_int_distribution<int>(0, 1)(random) == 0) {
             // Shaped like a real argument, so that the known keys are reached often.
-            static const wchar_t* const kKeys[] = {L"method", L"device_id", L"device_name", L"id"};
             argument = std::wstring(std::uniform_int_distribution<int>(0, 1)(random), L' ') +
-                       kKeys[std::uniform_int_distribution<int>(0, 3)(random)] + L"=";
+                       kKeys[std::uniform_int_distribution<int>(0, 3)(random)] +
+                       QueryProtocol::kKeyValueSeparator;
         }
         const int pieces = std::uniform_int_distribution<int>(0, 5)(random);
         for (int piece = 0; piece < pieces; ++piece) {
@@ -86,7 +91,7 @@ std::vector<std::wstring> ModelTokens(const std::wstring& argument) {
     std::vector<std::wstring> tokens;
     std::wstring current;
     for (wchar_t unit : argument) {
-        if (unit != L'=') {
+        if (unit != QueryProtocol::kKeyValueSeparator) {
             current.push_back(unit);
         } else if (current.empty()) {
             current.push_back(unit);  // an empty field: this '=' opens the next token
@@ -108,9 +113,10 @@ std::map<std::wstring, std::wstring> ModelValues(const std::vector<std::wstring>
         if (tokens.size() != 2) {
             continue;
         }
-        if (tokens[0] == L"method" || tokens[0] == L"device_id" || tokens[0] == L"device_name" ||
-            tokens[0] == L"id") {
-            values[tokens[0]] = tokens[1];
+        for (const wchar_t* key : kKeys) {
+            if (tokens[0] == key) {
+                values[tokens[0]] = tokens[1];
+            }
         }
     }
     return values;

@@ -24,7 +24,7 @@ VideoFormat Mode(int format, int cx, int cy, float rate, float minRate, float ma
     return mode;
 }
 
-TEST(FormatReplyTest, TheDocumentedExampleByteForByte) {
+TEST(FormatReplyTest, OneYuy2ModeAtThirtyFramesByteForByte) {
     const float rate = 10000000.0f / 333333.0f;
     const std::vector<VideoFormat> formats = {
         Mode(6, 640, 480, rate, 10000000.0f / 2000000.0f, rate)};

@@ -1,6 +1,7 @@
 // Thousands of generated command lines against the argument reader, compared with a model of
 // the reader written here independently: a character-by-character state machine instead of the
 // reader's index arithmetic.
+#include "protocol/QueryProtocol.h"
 #include "server/CommandLine.h"
 
 #include <gtest/gtest.h>
@@ -33,18 +34,23 @@ TEST(HostileArguments, ReaderAgreesWithTheModelOnGeneratedCommandLines) {
             const auto found = model.find(key);
             return found == model.end() ? std::wstring() : found->second;
         };
-        ASSERT_EQ(std::wstring(read.method.GetBuffer()), expected(L"method")) << round;
-        ASSERT_EQ(std::wstring(read.device_id.GetBuffer()), expected(L"device_id")) << round;
-        ASSERT_EQ(std::wstring(read.device_name.GetBuffer()), expected(L"device_name")) << round;
-        ASSERT_EQ(std::wstring(read.id.GetBuffer()), expected(L"id")) << round;
+        ASSERT_EQ(std::wstring(read.method.GetBuffer()), expected(QueryProtocol::kKeyMethod))
+            << round;
+        ASSERT_EQ(std::wstring(read.device_id.GetBuffer()), expected(QueryProtocol::kKeyDeviceId))
+            << round;
+        ASSERT_EQ(std::wstring(read.device_name.GetBuffer()),
+                  expected(QueryProtocol::kKeyDeviceName))
+            << round;
+        ASSERT_EQ(std::wstring(read.id.GetBuffer()), expected(QueryProtocol::kKeyId)) << round;
     }
     // The generator must really reach every key, or the comparison proves little.
-    for (const wchar_t* key : {L"method", L"device_id", L"device_name", L"id"}) {
+    for (const wchar_t* key : {QueryProtocol::kKeyMethod, QueryProtocol::kKeyDeviceId,
+                               QueryProtocol::kKeyDeviceName, QueryProtocol::kKeyId}) {
         EXPECT_GT(keysSet[key], 100) << "key rarely set";
     }
 }
 
-TEST(HostileArguments, ModelFollowsTheDocumentedExamples) {
+TEST(HostileArguments, ModelSplitsAtTheFirstEqualsSignAndTrimsSpaces) {
     using Tokens = std::vector<std::wstring>;
     EXPECT_EQ(ArgumentGenerator::ModelTokens(L"a==b"), (Tokens{L"a", L"=b"}));
     EXPECT_EQ(ArgumentGenerator::ModelTokens(L"=x"), (Tokens{L"=x"}));

@@ -1,9 +1,13 @@
 #include "tools/QueryTool/ToolOutput.h"
 
+#include "protocol/QueryProtocol.h"
+
 #include <windows.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <map>
 
 namespace QueryTool {
 
@@ -67,6 +71,23 @@ std::string Column(const std::string& text, size_t width) {
     return text.size() >= width ? text + " " : text + std::string(width - text.size(), ' ');
 }
 
+// As the format reply prints a rate: "%.17g", made with std::to_chars so that the text does not
+// depend on how a C runtime rounds.
+constexpr int kRateDigits = 17;
+
+std::string JsonNumber(double value) {
+    char text[40];
+    const std::to_chars_result result =
+        std::to_chars(text, text + sizeof(text), value, std::chars_format::general, kRateDigits);
+    return std::string(text, result.ptr);
+}
+
+std::string JsonNumber(int32_t value) {
+    return std::to_string(value);
+}
+
+constexpr char kFormatNameKey[] = "format_name";
+
 }  // namespace
 
 std::string ProblemTable(const std::vector<QueryClient::ProblemDevices::Entry>& entries) {
@@ -81,7 +102,7 @@ std::string ProblemTable(const std::vector<QueryClient::ProblemDevices::Entry>& 
 }
 
 std::string PixelFormatLabel(int32_t format) {
-    const std::string name = QueryClient::PixelFormatName(format);
+    const std::string name = QueryProtocol::PixelFormatNameOf(format);
     return name.empty() ? "#" + std::to_string(format) : name;
 }
 
@@ -99,6 +120,50 @@ std::string ModeTable(const std::vector<QueryClient::Mode>& modes) {
                  SizeText(mode.maxSize_cx, mode.maxSize_cy) + "\n";
     }
     return table;
+}
+
+std::string ModeJson(const QueryClient::Mode& mode) {
+    // Sorted like the reply's keys; "format_name" falls right after "format".
+    const std::map<std::string, std::string> members = {
+        {QueryProtocol::kModeFlip, JsonNumber(mode.flip)},
+        {QueryProtocol::kModeFormat, JsonNumber(mode.format)},
+        {kFormatNameKey, JsonString(QueryProtocol::PixelFormatWideNameOf(mode.format))},
+        {QueryProtocol::kModeRate, JsonNumber(mode.rate)},
+        {QueryProtocol::kModeMinRate, JsonNumber(mode.minRate)},
+        {QueryProtocol::kModeMaxRate, JsonNumber(mode.maxRate)},
+        {QueryProtocol::kModeSizeX, JsonNumber(mode.size_x)},
+        {QueryProtocol::kModeSizeY, JsonNumber(mode.size_y)},
+        {QueryProtocol::kModeScaleX, JsonNumber(mode.scale_x)},
+        {QueryProtocol::kModeScaleY, JsonNumber(mode.scale_y)},
+        {QueryProtocol::kModeMinSizeCx, JsonNumber(mode.minSize_cx)},
+        {QueryProtocol::kModeMinSizeCy, JsonNumber(mode.minSize_cy)},
+        {QueryProtocol::kModeMaxSizeCx, JsonNumber(mode.maxSize_cx)},
+        {QueryProtocol::kModeMaxSizeCy, JsonNumber(mode.maxSize_cy)},
+    };
+    std::string json = "{";
+    for (const auto& member : members) {
+        json += json.size() == 1 ? "" : ", ";
+        json += "\"" + member.first + "\": " + member.second;
+    }
+    return json + "}";
+}
+
+std::string ModesJson(const std::vector<QueryClient::Mode>& modes) {
+    std::string json = "[";
+    for (size_t index = 0; index < modes.size(); ++index) {
+        json += index == 0 ? "" : ", ";
+        json += ModeJson(modes[index]);
+    }
+    return json + "]";
+}
+
+bool ListsDevice(const std::vector<QueryClient::Device>& devices, const std::wstring& id) {
+    return std::any_of(devices.begin(), devices.end(),
+                       [&id](const QueryClient::Device& device) { return device.id == id; });
+}
+
+std::string UnknownDeviceText(const std::wstring& id) {
+    return "no video capture device has the id " + JsonString(id);
 }
 
 }  // namespace QueryTool

@@ -15,12 +15,14 @@ constexpr char kUsage[] =
     "\n"
     "  devices            list the video capture devices\n"
     "  analog             list the analog capture devices\n"
-    "  formats <id>       list the modes of the device with this id\n"
+    "  formats <id>       list the modes of the device with this id (an id that no device\n"
+    "                     has is an error)\n"
     "  list               list the video capture devices, each with its modes\n"
     "  problems           list the devices that hung or crashed the server before\n"
     "\n"
     "options:\n"
-    "  --json                  print JSON instead of a table\n"
+    "  --json                  print JSON instead of a table (formats: the server's own JSON;\n"
+    "                          list: each mode with \"format_name\" beside \"format\")\n"
     "  --timeout <ms>          deadline of a whole query (default 10000)\n"
     "  --format-timeout <ms>   deadline of one device's modes (default: --timeout)\n"
     "  --server <path>         the query server (default: QueryServer.exe beside this tool)\n"
@@ -106,11 +108,22 @@ int ListDevices(QueryClient::Client& client, bool analog, bool json) {
     return 0;
 }
 
+// The server answers "[]" both for a device without modes and for an id that no device has; the
+// device list tells the two apart. When it cannot be had, the empty list stands as it is.
+bool NoDeviceHas(QueryClient::Client& client, const std::wstring& id) {
+    const QueryClient::DeviceListReply devices = client.GetVideoDevices();
+    return devices.outcome == QueryClient::Outcome::Ok &&
+           !QueryTool::ListsDevice(devices.devices, id);
+}
+
 int ListFormats(QueryClient::Client& client, const std::wstring& id, const std::wstring& name,
                 bool json) {
     const QueryClient::FormatListReply reply = client.GetDeviceFormats(id, name);
     if (reply.outcome != QueryClient::Outcome::Ok) {
         return ReportOutcome(reply.outcome, reply.detail);
+    }
+    if (reply.modes.empty() && NoDeviceHas(client, id)) {
+        return Failure(QueryTool::UnknownDeviceText(id));
     }
     // The server's own JSON is printed as it came: it is already the documented form.
     Print(json ? reply.json + "\n" : QueryTool::ModeTable(reply.modes));
@@ -138,7 +151,7 @@ int ListDevicesWithModes(QueryClient::Client& client, bool json) {
             continue;
         }
         if (json) {
-            jsonDevices.push_back(DeviceWithModesJson(device, modes.json));
+            jsonDevices.push_back(DeviceWithModesJson(device, QueryTool::ModesJson(modes.modes)));
         } else {
             Print(QueryTool::ToUtf8(device.name) + "  (" + QueryTool::ToUtf8(device.id) + ")\n" +
                   QueryTool::ModeTable(modes.modes) + "\n");
@@ -170,8 +183,11 @@ int wmain(int argc, wchar_t** argv) {
         return 0;
     }
     const std::vector<std::wstring>& words = arguments.positional;
+    const bool showProblems = words.size() == 1 && words[0] == L"problems";
     QueryClient::ProblemDevices problems(QueryClient::ProblemDevices::DefaultPath());
-    if (arguments.remember || arguments.forget) {
+    // --no-remember only stops queries from skipping and remembering devices; the list is still
+    // read to be forgotten or shown.
+    if (arguments.remember || arguments.forget || showProblems) {
         problems.Load();
     }
     if (arguments.forget) {
@@ -186,7 +202,7 @@ int wmain(int argc, wchar_t** argv) {
     if (arguments.remember) {
         arguments.options.problemDevices = &problems;
     }
-    if (words.size() == 1 && words[0] == L"problems") {
+    if (showProblems) {
         Print(QueryTool::ProblemTable(problems.Entries()));
         return 0;
     }

@@ -1,0 +1,78 @@
+#include "tests/client/ToolRun.h"
+
+#include "client/QueryClient.h"
+#include "tests/client/TestDeadlines.h"
+
+namespace TestSupport {
+
+namespace {
+
+// Long enough for a whole device list with modes on a slow machine; only a hang reaches it.
+constexpr DWORD kToolDeadlineMs = 60000;
+constexpr DWORD kToolNotStarted = 9999;
+
+std::string ReadFileText(const std::wstring& path) {
+    std::string text;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                              nullptr, OPEN_EXISTING, 0, nullptr);
+    char buffer[4096];
+    DWORD read = 0;
+    while (file != INVALID_HANDLE_VALUE && ReadFile(file, buffer, sizeof(buffer), &read, nullptr) &&
+           read > 0) {
+        text.append(buffer, read);
+    }
+    CloseHandle(file);
+    return text;
+}
+
+std::wstring ToolPath() {
+    const std::wstring server = QueryClient::DefaultServerPath();
+    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + L"QueryTool.exe";
+}
+
+}  // namespace
+
+std::wstring TempFolder(const wchar_t* purpose) {
+    wchar_t base[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, base);
+    return std::wstring(base) + L"query-client-" + purpose + L"-" +
+           std::to_wstring(GetCurrentProcessId());
+}
+
+ToolRun RunTool(const std::wstring& arguments) {
+    const std::wstring tool = ToolPath();
+    const std::wstring outPath = TempFolder(L"tool-out");
+    const std::wstring errPath = TempFolder(L"tool-err");
+    SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
+    HANDLE out = CreateFileW(outPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                             CREATE_ALWAYS, 0, nullptr);
+    HANDLE err = CreateFileW(errPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                             CREATE_ALWAYS, 0, nullptr);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = out;
+    startup.hStdError = err;
+    PROCESS_INFORMATION process = {};
+    // The tool's own default deadline is a user's; a test's --timeout or --format-timeout comes
+    // later on the line and wins.
+    std::wstring commandLine =
+        L"\"" + tool + L"\" --timeout " + std::to_wstring(kGenerousDeadlineMs) + L" " + arguments;
+    ToolRun run;
+    if (CreateProcessW(tool.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                       &startup, &process)) {
+        WaitForSingleObject(process.hProcess, kToolDeadlineMs);
+        GetExitCodeProcess(process.hProcess, &run.exitCode);
+        CloseHandle(process.hProcess);
+        CloseHandle(process.hThread);
+    } else {
+        run.exitCode = kToolNotStarted;
+    }
+    CloseHandle(out);
+    CloseHandle(err);
+    run.out = ReadFileText(outPath);
+    run.err = ReadFileText(errPath);
+    return run;
+}
+
+}  // namespace TestSupport
