@@ -1,22 +1,12 @@
 #include "DShowCapture/PinSearch.h"
 
-#include <ks.h>
-
-#include <vector>
-
+#include "DShowCapture/DriverData.h"
 #include "TinyFramework/Common/TinyCore.h"
 #include "TinyFramework/Common/TinyLogging_win32.h"
 
 namespace DShow {
 
-const GUID kIidKsPin = {
-    0xB61178D1, 0xA2D9, 0x11CF, {0x9E, 0x53, 0x00, 0xAA, 0x00, 0xA2, 0x16, 0xA1}};
-const GUID kMediumSetStandard = {
-    0x4747B320, 0x62CE, 0x11CF, {0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00}};
-
 namespace {
-
-constexpr DWORD kPinCategoryProperty = 0;  // AMPROPERTY_PIN_CATEGORY
 
 enum class EnumFailureLog { kSilent, kLog };
 
@@ -54,7 +44,7 @@ bool HasDirection(IPin* pin, PIN_DIRECTION wanted) {
 }
 
 bool IsStandardOrEmptyMedium(const GUID& mediumSet) {
-    return IsEqualGUID(mediumSet, GUID_NULL) || IsEqualGUID(mediumSet, kMediumSetStandard);
+    return IsEqualGUID(mediumSet, GUID_NULL) || IsEqualGUID(mediumSet, KSMEDIUMSETID_Standard);
 }
 
 bool HasStreamCapability(IPin* pin, const GUID& majorType, bool logFailures) {
@@ -68,9 +58,8 @@ bool HasStreamCapability(IPin* pin, const GUID& majorType, bool logFailures) {
         }
         return false;
     }
-    int count = 0;
-    int blockSize = 0;
-    hr = config->GetNumberOfCapabilities(&count, &blockSize);
+    StreamCapabilityReader capabilities(config.Get());
+    hr = capabilities.Open();
     if (FAILED(hr)) {
         if (logFailures) {
             TINY_LOG_ERROR() << TinyFramework::StringPrintf(
@@ -78,13 +67,9 @@ bool HasStreamCapability(IPin* pin, const GUID& majorType, bool logFailures) {
         }
         return false;
     }
-    std::vector<BYTE> block(blockSize > 0 ? static_cast<size_t>(blockSize) : 0);
-    if (count < 1) {
-        return false;
-    }
-    for (int index = 0; index < count; ++index) {
+    for (int index = 0; index < capabilities.Count(); ++index) {
         ScopedMediaType mediaType;
-        hr = config->GetStreamCaps(index, mediaType.Receive(), block.data());
+        hr = capabilities.Read(index, mediaType.Receive());
         // A capability that cannot be read is passed over; the next one may still qualify.
         if (SUCCEEDED(hr) && mediaType.Get() != nullptr &&
             IsEqualGUID(mediaType->majortype, majorType)) {
@@ -122,7 +107,7 @@ bool PinHasCategory(IPin* pin, const GUID& category) {
     }
     GUID pinCategory = GUID_NULL;
     DWORD returned = 0;
-    const HRESULT hr = properties->Get(AMPROPSETID_Pin, kPinCategoryProperty, nullptr, 0,
+    const HRESULT hr = properties->Get(AMPROPSETID_Pin, AMPROPERTY_PIN_CATEGORY, nullptr, 0,
                                        &pinCategory, sizeof(pinCategory), &returned);
     // A short answer counts as no category, whatever its bytes say.
     return SUCCEEDED(hr) && returned == sizeof(GUID) && IsEqualGUID(pinCategory, category);
@@ -170,7 +155,7 @@ bool GetPinMedium(IPin* pin, REGPINMEDIUM& medium) {
         return false;
     }
     ComPtr<IKsPinMediums> ksPin;
-    if (FAILED(pin->QueryInterface(kIidKsPin, reinterpret_cast<void**>(ksPin.GetAddressOf()))) ||
+    if (FAILED(pin->QueryInterface(IID_IKsPin, reinterpret_cast<void**>(ksPin.GetAddressOf()))) ||
         !ksPin) {
         return false;
     }
@@ -178,9 +163,13 @@ bool GetPinMedium(IPin* pin, REGPINMEDIUM& medium) {
     if (FAILED(ksPin->KsQueryMediums(&list))) {
         return false;
     }
-    // The list is left to the task allocator unreleased: this is a short-lived query process,
-    // and the list is read only here.
+    // The list is not freed: the query process that asks for mediums ends right after its one
+    // query, and the task allocator's memory goes with it; the list is read only here.
     if (list != nullptr) {
+        // A list whose Count does not fit in its Size is no answer at all, like a failed query.
+        if (!MediumListIsWhole(*list)) {
+            return false;
+        }
         const auto* mediums = reinterpret_cast<const REGPINMEDIUM*>(list + 1);
         for (ULONG index = 0; index < list->Count; ++index) {
             if (!IsStandardOrEmptyMedium(mediums[index].clsMedium)) {
@@ -250,8 +239,10 @@ bool GetPinMediaTypeRGB32(IPin* pin, ScopedMediaType& mediaType) {
     ScopedMediaType candidate;
     while (mediaTypes->Next(1, candidate.Receive(), nullptr) == S_OK) {
         const AM_MEDIA_TYPE* type = candidate.Get();
+        // A type whose block is too short for its VIDEOINFOHEADER is no VideoInfo type at all:
+        // whoever takes the record reads that header.
         if (type != nullptr && IsEqualGUID(type->majortype, MEDIATYPE_Video) &&
-            IsEqualGUID(type->formattype, FORMAT_VideoInfo) &&
+            GetVideoInfoHeader(*type) != nullptr &&
             IsEqualGUID(type->subtype, MEDIASUBTYPE_RGB32)) {
             if (mediaType.Get() != nullptr) {
                 // The caller's record is reused in place; its old block and reference go first

@@ -10,15 +10,9 @@
 
 namespace DShow {
 
-// Interface and medium identifiers that the MinGW-w64 headers declare without a definition.
-// {B61178D1-A2D9-11CF-9E53-00AA00A216A1}
-extern const GUID kIidKsPin;
-// {4747B320-62CE-11CF-A5D6-28DB04C10000}
-extern const GUID kMediumSetStandard;
-
-// The leading part of the published IKsPin interface (kIidKsPin), as far as a medium query
+// The leading part of the published IKsPin interface (IID_IKsPin), as far as a medium query
 // needs it. MinGW-w64 declares IKsPin only for the DirectShow base classes; the vtable of a
-// real IKsPin starts with these same slots, so a pointer obtained for kIidKsPin can be used
+// real IKsPin starts with these same slots, so a pointer obtained for IID_IKsPin can be used
 // through this declaration.
 struct IKsPinMediums : public IUnknown {
     // Gives a task-allocated KSMULTIPLE_ITEM followed by its KSPIN_MEDIUM entries.
@@ -30,7 +24,8 @@ bool PinHasCategory(IPin* pin, const GUID& category);
 // Whether one of the pin's preferred media types has this major type.
 bool PinHasMajorType(IPin* pin, const GUID& majorType);
 // The first medium of the pin other than the all-zero and the standard streaming medium.
-// False when there is none; `medium` is then zeroed, or untouched when the pin cannot tell.
+// False when there is none; `medium` is then zeroed, or untouched when the pin cannot tell
+// (no IKsPin, a failed query, or a list whose Count does not fit in its Size).
 bool GetPinMedium(IPin* pin, REGPINMEDIUM& medium);
 
 // Pin searches. Each result is empty when no pin qualifies.
@@ -45,8 +40,8 @@ ComPtr<IPin> GetPinByMedium(IBaseFilter* filter, const REGPINMEDIUM& medium);
 ComPtr<IPin> GetVideoStreamPin(IBaseFilter* filter, PIN_DIRECTION direction, const GUID& category);
 ComPtr<IPin> GetAudioStreamPin(IBaseFilter* filter, PIN_DIRECTION direction, const GUID& category);
 
-// The pin's first preferred RGB32 VIDEOINFOHEADER video type. When `mediaType` holds a record
-// already, the type is copied over it; otherwise `mediaType` takes the enumerated record.
+// The pin's first preferred RGB32 video type with a whole VIDEOINFOHEADER. When `mediaType` holds a
+// record already, the type is copied over it; otherwise `mediaType` takes the enumerated record.
 bool GetPinMediaTypeRGB32(IPin* pin, ScopedMediaType& mediaType);
 
 }  // namespace DShow

@@ -1,7 +1,6 @@
 #include "DShowCapture/VideoCapture.h"
 
-#include <algorithm>
-
+#include "DShowCapture/DriverData.h"
 #include "DShowCapture/FormatSort.h"
 #include "DShowCapture/MediaTypes.h"
 #include "DShowCapture/PinSearch.h"
@@ -26,10 +25,27 @@ bool HasAllOutputSizes(const VIDEO_STREAM_CONFIG_CAPS& capability) {
            capability.MaxOutputSize.cx != 0 && capability.MaxOutputSize.cy != 0;
 }
 
+// Output sizes and the range of rates from the capability block, around the frame's own size
+// and rate, which `mode` holds already.
+void ApplyCapability(const VIDEO_STREAM_CONFIG_CAPS& capability, VideoFormat& mode) {
+    if (HasAllOutputSizes(capability)) {
+        mode.minSize = TinySize(capability.MinOutputSize.cx, capability.MinOutputSize.cy);
+        mode.maxSize = TinySize(capability.MaxOutputSize.cx, capability.MaxOutputSize.cy);
+    }
+    // The two interval tests differ on purpose: a negative longest interval still gives a
+    // (negative) lowest rate, while the shortest interval must be positive to count.
+    if (capability.MaxFrameInterval != 0) {
+        mode.minRate = RateFromInterval(capability.MaxFrameInterval);
+    }
+    if (capability.MinFrameInterval > 0) {
+        mode.maxRate = RateFromInterval(capability.MinFrameInterval);
+    }
+}
+
 }  // namespace
 
 bool VideoFormatFromCapability(const AM_MEDIA_TYPE& mediaType,
-                               const VIDEO_STREAM_CONFIG_CAPS& capability, VideoFormat& format) {
+                               const VIDEO_STREAM_CONFIG_CAPS* capability, VideoFormat& format) {
     // VIDEOINFOHEADER2 capabilities are not listed.
     if (!IsEqualGUID(mediaType.majortype, MEDIATYPE_Video) ||
         !IsEqualGUID(mediaType.formattype, FORMAT_VideoInfo)) {
@@ -37,10 +53,10 @@ bool VideoFormatFromCapability(const AM_MEDIA_TYPE& mediaType,
     }
     VideoFormat mode;
     mode.format = GetVideoPixelFormat(mediaType.subtype);
-    if (mode.format == PIXEL_FORMAT_UNKNOWN || mediaType.pbFormat == nullptr) {
+    const VIDEOINFOHEADER* header = GetVideoInfoHeader(mediaType);
+    if (mode.format == PIXEL_FORMAT_UNKNOWN || header == nullptr) {
         return false;
     }
-    const auto* header = reinterpret_cast<const VIDEOINFOHEADER*>(mediaType.pbFormat);
     // The height keeps its sign: a negative one marks a top-down frame.
     const TinySize frameSize(header->bmiHeader.biWidth, header->bmiHeader.biHeight);
     mode.size = frameSize;
@@ -53,19 +69,9 @@ bool VideoFormatFromCapability(const AM_MEDIA_TYPE& mediaType,
     mode.minRate = rate;
     mode.maxRate = rate;
 
-    if (HasAllOutputSizes(capability)) {
-        mode.minSize = TinySize(capability.MinOutputSize.cx, capability.MinOutputSize.cy);
-        mode.maxSize = TinySize(capability.MaxOutputSize.cx, capability.MaxOutputSize.cy);
-    } else {
-        mode.minSize = frameSize;
-        mode.maxSize = frameSize;
+    if (capability != nullptr) {
+        ApplyCapability(*capability, mode);
     }
-    // The two interval tests differ on purpose: a negative longest interval still gives a
-    // (negative) lowest rate, while the shortest interval must be positive to count.
-    mode.minRate =
-        capability.MaxFrameInterval != 0 ? RateFromInterval(capability.MaxFrameInterval) : rate;
-    mode.maxRate =
-        capability.MinFrameInterval > 0 ? RateFromInterval(capability.MinFrameInterval) : rate;
     format = mode;
     return true;
 }
@@ -105,22 +111,16 @@ bool VideoCapture::GetPinFormats(IPin* pin, std::vector<VideoFormat>& formats) {
                                          static_cast<unsigned>(hr));
         return false;
     }
-    int count = 0;
-    int blockSize = 0;
-    hr = config->GetNumberOfCapabilities(&count, &blockSize);
+    StreamCapabilityReader capabilities(config.Get());
+    hr = capabilities.Open();
     if (hr != S_OK) {
         TINY_LOG_ERROR() << StringPrintf("Failed to GetNumberOfCapabilities(0x%X)",
                                          static_cast<unsigned>(hr));
         return false;
     }
-    // One block for the whole loop. It is never smaller than the record it is read as, so that
-    // a driver that states a short block cannot make us read past the allocation.
-    std::vector<BYTE> block(
-        std::max(static_cast<size_t>(std::max(blockSize, 0)), sizeof(VIDEO_STREAM_CONFIG_CAPS)));
-    const auto* capability = reinterpret_cast<const VIDEO_STREAM_CONFIG_CAPS*>(block.data());
-    for (int index = 0; index < count; ++index) {
+    for (int index = 0; index < capabilities.Count(); ++index) {
         ScopedMediaType mediaType;
-        hr = config->GetStreamCaps(index, mediaType.Receive(), block.data());
+        hr = capabilities.Read(index, mediaType.Receive());
         if (hr != S_OK) {
             TINY_LOG_ERROR() << StringPrintf("Failed to GetStreamCaps(0x%X)",
                                              static_cast<unsigned>(hr));
@@ -128,7 +128,7 @@ bool VideoCapture::GetPinFormats(IPin* pin, std::vector<VideoFormat>& formats) {
         }
         VideoFormat format;
         if (mediaType.Get() != nullptr &&
-            VideoFormatFromCapability(*mediaType.Get(), *capability, format)) {
+            VideoFormatFromCapability(*mediaType.Get(), capabilities.VideoCapability(), format)) {
             formats.push_back(format);
         }
     }

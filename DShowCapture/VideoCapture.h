@@ -29,9 +29,10 @@ public:
 };
 
 // Turns one stream capability into a mode. False when the capability is not listed: not a
-// VIDEOINFOHEADER video type, a subtype without pixel format, or no format block.
+// VIDEOINFOHEADER video type, a subtype without pixel format, or no whole VIDEOINFOHEADER in the
+// format block. Without a capability block (null) the mode's sizes and rates are the frame's own.
 bool VideoFormatFromCapability(const AM_MEDIA_TYPE& mediaType,
-                               const VIDEO_STREAM_CONFIG_CAPS& capability, VideoFormat& format);
+                               const VIDEO_STREAM_CONFIG_CAPS* capability, VideoFormat& format);
 
 // Sorts modes by FormatLess in the order that the Windows builds produce.
 void SortFormats(std::vector<VideoFormat>& formats);

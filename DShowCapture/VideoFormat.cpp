@@ -9,37 +9,6 @@
 namespace DShow {
 namespace {
 
-struct PixelFormatName {
-    VideoPixelFormat format;
-    const char* name;
-    const wchar_t* wideName;
-};
-
-const PixelFormatName kPixelFormatNames[] = {
-    {PIXEL_FORMAT_UNKNOWN, "UNKNOWN", L"UNKNOWN"},
-    {PIXEL_FORMAT_I420, "I420", L"I420"},
-    {PIXEL_FORMAT_YV12, "YV12", L"YV12"},
-    {PIXEL_FORMAT_NV12, "NV12", L"NV12"},
-    // "UYUY" is the name the parent process knows this format by; it is not a typo to fix here.
-    {PIXEL_FORMAT_UYVY, "UYUY", L"UYUY"},
-    {PIXEL_FORMAT_YUY2, "YUY2", L"YUY2"},
-    {PIXEL_FORMAT_RGB24, "RGB24", L"RGB24"},
-    {PIXEL_FORMAT_RGBA, "RGBA", L"RGBA"},
-    {PIXEL_FORMAT_BGR24, "BGR24", L"BGR24"},
-    {PIXEL_FORMAT_BGRA, "BGRA", L"BGRA"},
-    {PIXEL_FORMAT_MJPEG, "MJPEG", L"MJPEG"},
-    {PIXEL_FORMAT_NV12_MS, "NV12_MS", L"NV12_MS"},
-};
-
-const PixelFormatName* FindPixelFormatName(VideoPixelFormat format) {
-    for (const PixelFormatName& entry : kPixelFormatNames) {
-        if (entry.format == format) {
-            return &entry;
-        }
-    }
-    return nullptr;
-}
-
 // MEDIASUBTYPE_ARGB32 is listed under this nameless value, so its text form starts with a comma.
 constexpr VideoPixelFormat kArgb32PixelFormat = static_cast<VideoPixelFormat>(7);
 
@@ -64,13 +33,11 @@ constexpr float kMaxRate = 1000.0f;
 }  // namespace
 
 const char* GetPixelFormatName(VideoPixelFormat format) {
-    const PixelFormatName* entry = FindPixelFormatName(format);
-    return entry != nullptr ? entry->name : "";
+    return QueryProtocol::PixelFormatNameOf(format);
 }
 
 const wchar_t* GetPixelFormatWideName(VideoPixelFormat format) {
-    const PixelFormatName* entry = FindPixelFormatName(format);
-    return entry != nullptr ? entry->wideName : L"";
+    return QueryProtocol::PixelFormatWideNameOf(format);
 }
 
 VideoPixelFormat GetVideoPixelFormat(const GUID& subtype) {

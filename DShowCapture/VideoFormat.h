@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol/QueryProtocol.h"
+
 #include <windows.h>
 
 #include <cstdint>
@@ -17,22 +19,23 @@ struct TinySize {
 };
 
 // Pixel formats of a video mode. The numbers travel to the parent process as they are, so they
-// must never be renumbered. Every number from 0 to PIXEL_FORMAT_MAX is a valid format; only the
-// listed ones have a name, the others (4, 7, 8, 14..23, 25..28) are valid but nameless.
+// are the protocol's own numbers and must never be renumbered. Every number from 0 to
+// PIXEL_FORMAT_MAX is a valid format; only the listed ones have a name, the others (4, 7, 8,
+// 14..23, 25..28) are valid but nameless.
 enum VideoPixelFormat : int32_t {
-    PIXEL_FORMAT_UNKNOWN = 0,
-    PIXEL_FORMAT_I420 = 1,
-    PIXEL_FORMAT_YV12 = 2,
-    PIXEL_FORMAT_NV12 = 3,
-    PIXEL_FORMAT_UYVY = 5,
-    PIXEL_FORMAT_YUY2 = 6,
-    PIXEL_FORMAT_RGB24 = 9,
-    PIXEL_FORMAT_RGBA = 10,
-    PIXEL_FORMAT_BGR24 = 11,
-    PIXEL_FORMAT_BGRA = 12,
-    PIXEL_FORMAT_MJPEG = 13,
-    PIXEL_FORMAT_NV12_MS = 24,
-    PIXEL_FORMAT_MAX = 28,
+    PIXEL_FORMAT_UNKNOWN = QueryProtocol::kPixelFormatUnknown,
+    PIXEL_FORMAT_I420 = QueryProtocol::kPixelFormatI420,
+    PIXEL_FORMAT_YV12 = QueryProtocol::kPixelFormatYv12,
+    PIXEL_FORMAT_NV12 = QueryProtocol::kPixelFormatNv12,
+    PIXEL_FORMAT_UYVY = QueryProtocol::kPixelFormatUyvy,
+    PIXEL_FORMAT_YUY2 = QueryProtocol::kPixelFormatYuy2,
+    PIXEL_FORMAT_RGB24 = QueryProtocol::kPixelFormatRgb24,
+    PIXEL_FORMAT_RGBA = QueryProtocol::kPixelFormatRgba,
+    PIXEL_FORMAT_BGR24 = QueryProtocol::kPixelFormatBgr24,
+    PIXEL_FORMAT_BGRA = QueryProtocol::kPixelFormatBgra,
+    PIXEL_FORMAT_MJPEG = QueryProtocol::kPixelFormatMjpeg,
+    PIXEL_FORMAT_NV12_MS = QueryProtocol::kPixelFormatNv12Ms,
+    PIXEL_FORMAT_MAX = QueryProtocol::kPixelFormatMax,
 };
 
 // Display names of the pixel formats; "" for a nameless or out-of-range value.
@@ -49,12 +52,12 @@ VideoPixelFormat GetVideoPixelFormat(const GUID& subtype);
 class VideoFormat {
 public:
     VideoFormat() = default;
-    // Sets every rate to `rate` and every size to `size`; `flip` keeps its default.
+    // Sets every rate to `rate` and every size to `size`; the flip mark keeps its default.
     VideoFormat(const TinySize& size, float rate, VideoPixelFormat format);
 
     void Reset();
 
-    int32_t GetFlip() const { return flip; }
+    int32_t GetFlip() const { return m_flip; }
     float GetRate() const { return rate; }
     const TinySize& GetSize() const { return size; }
     const TinySize& GetScale() const { return scale; }
@@ -65,7 +68,7 @@ public:
     VideoPixelFormat GetFormat() const { return format; }
 
     // Marks the rows as stored bottom-up. Only Reset() clears the mark.
-    void SetFlip() { flip = 1; }
+    void SetFlip() { m_flip = 1; }
     void SetRate(float value) { rate = value; }
     void SetSize(int32_t cx, int32_t cy) { size = TinySize(cx, cy); }
     void SetSize(const TinySize& value) { size = value; }
@@ -86,8 +89,13 @@ public:
     // Whether the size, the rate and the format lie in the ranges a capture graph can handle.
     bool IsValid() const;
 
-    // Public, in the order of the record, so that the record stays a plain aggregate of values.
-    int32_t flip = 0;
+private:
+    // First in the record, and private so that only SetFlip and Reset write it: the mark is
+    // either set (1) by code that knows the rows come bottom-up, or cleared with the rest.
+    int32_t m_flip = 0;
+
+public:
+    // The rest of the record, public and in its order: plain values.
     float rate = 0.0f;
     TinySize size;
     TinySize scale;

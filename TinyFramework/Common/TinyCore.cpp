@@ -10,8 +10,9 @@ namespace TinyFramework {
 namespace {
 
 // From the system, ignoring inserts, lines cut at 255 characters.
-constexpr DWORD kErrorTextFlags = 0x12FF;
-constexpr DWORD kErrorTextLanguage = 0x400;
+constexpr DWORD kErrorTextFlags =
+    FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+constexpr DWORD kErrorTextLanguage = MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT);
 constexpr DWORD kErrorTextSize = 1024;
 
 char g_errorText[kErrorTextSize];
@@ -68,6 +69,9 @@ BOOL TinyEvent::CreateEx(LPSECURITY_ATTRIBUTES security, LPCWSTR name, DWORD fla
 }
 
 BOOL TinyEvent::Open(DWORD /*access*/, BOOL /*inherit*/, LPCWSTR name) {
+    // The parent creates the event and the query server only ever sets it, so the right to set
+    // it is all that is asked for, whatever a caller passes: an event whose owner grants no more
+    // than that still opens. Not inheritable, so no process the server might start holds it.
     m_handle = OpenEventW(EVENT_MODIFY_STATE, FALSE, name);
     return m_handle != nullptr;
 }

@@ -1,5 +1,6 @@
 #include "TinyFramework/Common/TinyLogging_win32.h"
 
+#include <atomic>
 #include <cstdio>
 #include <iomanip>
 
@@ -7,9 +8,9 @@ namespace TinyFramework {
 
 namespace {
 
-int32_t g_logFloodGuardOn = 1;
-LogMessageHandler g_logHandler = nullptr;
-LogFloodGuard g_logFloodGuard;
+// Read by every thread that logs while any thread may switch them: atomic.
+std::atomic<int32_t> g_logFloodGuardOn{1};
+std::atomic<LogMessageHandler> g_logHandler{nullptr};
 
 const char* const kSeverityNames[] = {"INFO", "WARNING", "ERROR", "FATAL"};
 constexpr int32_t kFloodLimit = 3;
@@ -24,19 +25,21 @@ const char* SeverityName(int32_t severity) {
     return kSeverityNames[severity];
 }
 
-// Read once and cached without a lock: every thread computes the same value.
+// Asked of the system once; the first caller initialises it, and threads that come at the same
+// time wait for that, as for any function-local static.
 int64_t GetPerformanceFrequency() {
-    static int64_t frequency = 0;
-    if (frequency == 0) {
+    static const int64_t frequency = [] {
         LARGE_INTEGER value;
         QueryPerformanceFrequency(&value);
-        frequency = value.QuadPart;
-    }
+        return static_cast<int64_t>(value.QuadPart);
+    }();
     return frequency;
 }
 
 // The log file joins here once a program can name one; until then a record that no handler took
-// ends at this point.
+// ends at this point. The query server sets neither a handler nor a file on purpose: it has no
+// console and no file of its own, and its parent judges a run by the bytes on the pipe alone, so
+// its records are formatted and go nowhere.
 void OfferToLogFile(int32_t /*severity*/, const std::string& /*record*/) {}
 
 }  // namespace
@@ -65,7 +68,10 @@ int64_t GetMonotonicNanos() {
 }
 
 LogFloodGuard& GetLogFloodGuardInstance() {
-    return g_logFloodGuard;
+    // Made on first use, so that a record written by another file's static initialisation
+    // never meets a guard that is not yet constructed.
+    static LogFloodGuard guard;
+    return guard;
 }
 
 LogFloodGuard::LogFloodGuard() : m_reserved(0), m_lastTime(0), m_limit(kFloodLimit) {}
@@ -179,12 +185,14 @@ LogMessage::~LogMessage() {
     m_message << "\n";
     m_message.flush();
     const std::string text = m_message.str();
-    if (g_logFloodGuardOn != 0 && !g_logFloodGuard.Check(text)) {
+    if (g_logFloodGuardOn != 0 && !GetLogFloodGuardInstance().Check(text)) {
         return;
     }
     m_header << ": " << text;
     const std::string record = m_header.str();
-    if (g_logHandler != nullptr && g_logHandler(m_severity, m_file, m_line, record.c_str()) != 0) {
+    // One read of the handler, so that a handler set to null meanwhile is never called.
+    const LogMessageHandler handler = g_logHandler;
+    if (handler != nullptr && handler(m_severity, m_file, m_line, record.c_str()) != 0) {
         return;
     }
     OfferToLogFile(m_severity, record);

@@ -11,10 +11,6 @@ namespace IO {
 
 namespace {
 
-constexpr DWORD kErrorFileNotFound = 2;
-constexpr DWORD kErrorPipeBusy = 231;
-constexpr DWORD kErrorPipeConnected = 535;
-
 void LogFailure(const char* file, int line, const char* call, DWORD error) {
     LogMessage(file, line).stream() << StringPrintf("Failed to %s(%s)", call, GetErrorText(error));
 }
@@ -38,7 +34,10 @@ PER_IO_CONTEXT::PER_IO_CONTEXT()
 }
 
 TinyPipe::TinyPipe() : m_handle(INVALID_HANDLE_VALUE) {
-    // These events live until the process ends, like the contexts' pending operations might.
+    // Never closed, not even by the destructor: an overlapped operation that is still pending
+    // when the pipe goes away is completed by the system later and sets its record's event then.
+    // A closed handle there, perhaps reused for another object by that time, would be set by
+    // mistake; an event that lives as long as the process is always safe to set.
     m_readContext.hEvent = CreateContextEvent();
     m_writeContext.hEvent = CreateContextEvent();
 }
@@ -159,9 +158,12 @@ BOOL TinyPipeServer::Create(LPCWSTR name) {
         attributes.lpSecurityDescriptor = &descriptor;
         attributes.bInheritHandle = TRUE;
         SetLastError(0);
-        m_handle = CreateNamedPipeW(name, kOpenMode, kPipeMode, kInstances, kBufferSize,
-                                    kBufferSize, kDefaultTimeout, &attributes);
-        if (m_handle != INVALID_HANDLE_VALUE) {
+        const HANDLE pipe = CreateNamedPipeW(name, kOpenMode, kPipeMode, kInstances, kBufferSize,
+                                             kBufferSize, kDefaultTimeout, &attributes);
+        // Only a pipe replaces what the object holds: after a failure, Close below finds the
+        // earlier handle, if any, and closes it, rather than an invalid one in its place.
+        if (pipe != INVALID_HANDLE_VALUE) {
+            m_handle = pipe;
             m_created = 1;
             m_byteMode = 1;
             // The caller keeps the name under the buffer's length.
@@ -179,7 +181,7 @@ BOOL TinyPipeServer::Connect() {
     m_connected.exchange(0);
     if (ConnectNamedPipe(m_handle, nullptr)) {
         const DWORD error = GetLastError();
-        if (error != kErrorPipeConnected && m_strictConnect != 0) {
+        if (error != ERROR_PIPE_CONNECTED && m_strictConnect != 0) {
             LogMessage(__FILE__, __LINE__).stream() << GetErrorText(error);
             return FALSE;
         }
@@ -187,7 +189,10 @@ BOOL TinyPipeServer::Connect() {
         return TRUE;
     }
     // A client that came before this call makes it fail with ERROR_PIPE_CONNECTED; the
-    // synchronous path takes that for a failure like any other.
+    // synchronous path takes that for a failure like any other, and the query server then drops
+    // its reply. Its parents are built around exactly that: a parent that opened the pipe too
+    // early sees the server's event set a second time, takes the reply as lost and asks again.
+    // Accepting the early client here would change what those parents see.
     LOG_CALL_FAILURE("ConnectNamedPipe", GetLastError());
     return FALSE;
 }
@@ -237,18 +242,21 @@ BOOL TinyPipeClient::Open(LPCWSTR name, BOOL byteMode, BOOL overlapped) {
     for (;;) {
         if (!WaitNamedPipeW(name, kWaitTimeout)) {
             const DWORD error = GetLastError();
-            if (error == 0 || error == kErrorFileNotFound) {
+            if (error == 0 || error == ERROR_FILE_NOT_FOUND) {
                 Sleep(1);  // not there yet: the server has still to create it
                 continue;
             }
         }
         const DWORD flags = overlapped ? kOverlappedFlags : kFlags;
-        m_handle = CreateFileW(name, kDesiredAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr);
-        if (m_handle != INVALID_HANDLE_VALUE) {
+        const HANDLE pipe =
+            CreateFileW(name, kDesiredAccess, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+        // Only an open pipe replaces what the object holds, as in TinyPipeServer::Create.
+        if (pipe != INVALID_HANDLE_VALUE) {
+            m_handle = pipe;
             break;
         }
         const DWORD error = GetLastError();
-        if (error == kErrorPipeBusy) {
+        if (error == ERROR_PIPE_BUSY) {
             Sleep(1);  // another client took the instance first: wait for it again
             continue;
         }

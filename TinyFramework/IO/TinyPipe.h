@@ -19,8 +19,10 @@ struct PER_IO_CONTEXT : OVERLAPPED {
     PER_IO_CONTEXT(const PER_IO_CONTEXT&) = delete;
     PER_IO_CONTEXT& operator=(const PER_IO_CONTEXT&) = delete;
 
-    int32_t m_complete;
-    int32_t m_pending;
+    // Written by the thread that starts an operation and by the thread-pool thread that
+    // completes it: atomic.
+    std::atomic<int32_t> m_complete;
+    std::atomic<int32_t> m_pending;
     int32_t m_operation;
     TinyPipe* m_owner;
     AsyncResult* m_result;
@@ -60,8 +62,9 @@ protected:
 // The server end: creates the pipe (one instance, open to everybody) and accepts its client.
 class TinyPipeServer : public TinyPipe {
 public:
-    static constexpr DWORD kOpenMode = 0x80000003;  // duplex, write-through, not overlapped
-    static constexpr DWORD kPipeMode = 0;           // byte type, byte read mode, blocking
+    // Not overlapped: the server's handle is a synchronous one.
+    static constexpr DWORD kOpenMode = PIPE_ACCESS_DUPLEX | FILE_FLAG_WRITE_THROUGH;
+    static constexpr DWORD kPipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT;
     static constexpr DWORD kInstances = 1;
     static constexpr DWORD kBufferSize = 16384;
     static constexpr DWORD kDefaultTimeout = 3000;
@@ -95,9 +98,9 @@ private:
 // The client end: opens a pipe that a server created, waiting for it as long as it takes.
 class TinyPipeClient : public TinyPipe {
 public:
-    static constexpr DWORD kDesiredAccess = 0xC0000000;  // read and write
-    static constexpr DWORD kFlags = 0xA0000000;          // write-through, no buffering
-    static constexpr DWORD kOverlappedFlags = 0xE0000000;
+    static constexpr DWORD kDesiredAccess = GENERIC_READ | GENERIC_WRITE;
+    static constexpr DWORD kFlags = FILE_FLAG_WRITE_THROUGH | FILE_FLAG_NO_BUFFERING;
+    static constexpr DWORD kOverlappedFlags = kFlags | FILE_FLAG_OVERLAPPED;
     static constexpr DWORD kWaitTimeout = 3000;
     static constexpr size_t kNameLength = 260;
 
@@ -106,7 +109,8 @@ public:
 
     BOOL IsByteMode() const override { return m_byteMode; }
     // Crossed on purpose: through TinyPipe, a client's process id is its session id and the
-    // other way round.
+    // other way round. Code built on this class reads a client's ids through the base class in
+    // this order; putting the two right would hand that code the wrong value from each.
     DWORD GetPipeProcessId() const override;
     DWORD GetPipeSessionId() const override;
 

@@ -78,6 +78,27 @@ protected:
         return VideoDevice(std::wstring(L"ignored"), std::wstring(id));
     }
 
+    // The name a virtual camera's filter reports outside a graph: its FriendlyName.
+    static std::wstring FilterName(IBaseFilter* filter) {
+        FILTER_INFO info = {};
+        if (FAILED(filter->QueryFilterInfo(&info))) {
+            return L"(no filter information)";
+        }
+        if (info.pGraph != nullptr) {
+            info.pGraph->Release();
+        }
+        return info.achName;
+    }
+
+    // The capture pin of the device with this id.
+    static ComPtr<IPin> CapturePinOf(const std::wstring& id) {
+        ComPtr<IBaseFilter> filter;
+        if (!GetDeviceFilter(Device(id), CLSID_VideoInputDeviceCategory, filter)) {
+            return nullptr;
+        }
+        return GetPinByCategory(filter.Get(), PINDIR_OUTPUT, PIN_CATEGORY_CAPTURE);
+    }
+
 private:
     bool m_comInitialized = false;
     std::wstring m_prefix;
@@ -215,7 +236,7 @@ TEST_F(CameraDevices, FilterByMediumFindsTheDeviceOnThatMedium) {
     EXPECT_FALSE(GetFilterByMedium(CLSID_VideoInputDeviceCategory, medium, filter));
 }
 
-TEST_F(CameraDevices, EqualIdsAreBothListedAndTheFirstThatBindsIsFound) {
+TEST_F(CameraDevices, EqualIdsAreBothListed) {
     const std::wstring path = L"DevicePath = " + Unique(L"shared-path") + L"\n";
     AddDevice(L"one", L"FriendlyName = " + Unique(L"one") + L"\n" + path +
                           L"mode = YUY2 videoinfo 640 480 333333\n");
@@ -224,19 +245,33 @@ TEST_F(CameraDevices, EqualIdsAreBothListedAndTheFirstThatBindsIsFound) {
     std::vector<VideoDevice> devices;
     ASSERT_TRUE(GetVideoDevices(devices));
     EXPECT_EQ(WithId(devices, Unique(L"shared-path")).size(), 2u);
+}
 
-    // With the first one unable to load, the lookup goes on to the second.
-    AddDevice(L"three", L"FriendlyName = " + Unique(L"three") + L"\nDevicePath = " +
-                            Unique(L"other-path") + L"\nfault = create\n");
-    AddDevice(L"four", L"FriendlyName = " + Unique(L"four") + L"\nDevicePath = " +
-                           Unique(L"other-path") + L"\nmode = I420 videoinfo 320 240 333333\n");
+// The enumerator lists devices by instance name, compared without case, so the suffixes "a-..."
+// and "b-..." put the devices of these two tests in a known order.
+
+TEST_F(CameraDevices, FirstOfTwoBindableDevicesWithOneIdIsFound) {
+    const std::wstring path = L"DevicePath = " + Unique(L"shared-path") + L"\n";
+    AddDevice(L"b-second", L"FriendlyName = " + Unique(L"second") + L"\n" + path +
+                               L"mode = YUY2 videoinfo 640 480 333333\n");
+    AddDevice(L"a-first", L"FriendlyName = " + Unique(L"first") + L"\n" + path +
+                              L"mode = YUY2 videoinfo 640 480 333333\n");
     ComPtr<IBaseFilter> filter;
     ASSERT_TRUE(
-        GetDeviceFilter(Device(Unique(L"other-path")), CLSID_VideoInputDeviceCategory, filter));
-    std::vector<VideoFormat> formats;
-    ASSERT_TRUE(VideoCapture::GetFilterFormats(filter.Get(), formats));
-    ASSERT_EQ(formats.size(), 1u);
-    EXPECT_EQ(formats[0].format, PIXEL_FORMAT_I420);
+        GetDeviceFilter(Device(Unique(L"shared-path")), CLSID_VideoInputDeviceCategory, filter));
+    EXPECT_EQ(FilterName(filter.Get()), Unique(L"first"));
+}
+
+TEST_F(CameraDevices, DeviceThatWillNotBindLeavesTheNextWithTheSameIdItsChance) {
+    const std::wstring path = L"DevicePath = " + Unique(L"shared-path") + L"\n";
+    AddDevice(L"a-broken",
+              L"FriendlyName = " + Unique(L"broken") + L"\n" + path + L"fault = create\n");
+    AddDevice(L"b-working", L"FriendlyName = " + Unique(L"working") + L"\n" + path +
+                                L"mode = I420 videoinfo 320 240 333333\n");
+    ComPtr<IBaseFilter> filter;
+    ASSERT_TRUE(
+        GetDeviceFilter(Device(Unique(L"shared-path")), CLSID_VideoInputDeviceCategory, filter));
+    EXPECT_EQ(FilterName(filter.Get()), Unique(L"working"));
 }
 
 TEST_F(CameraDevices, UnknownDeviceGivesFalseWithoutMessage) {
@@ -325,4 +360,79 @@ TEST_F(CameraDevices, GetDeviceFormatsFailurePaths) {
     EXPECT_EQ(log.Messages()[1], "Failed to QueryInterface(IAMStreamConfig,0x80004002)");
     EXPECT_EQ(log.Messages()[2].rfind("Failed to GetNumberOfCapabilities(0x", 0), 0u);
     EXPECT_EQ(log.Messages()[3].rfind("Failed to GetStreamCaps(0x", 0), 0u);
+}
+
+// Drivers that lie about the sizes of what they hand out.
+
+TEST_F(CameraDevices, ModeWhoseFormatBlockIsShorterThanItsHeaderIsNotListed) {
+    AddDevice(L"cam", L"FriendlyName = x\nDevicePath = " + Unique(L"path") +
+                          L"\nfault = short_format:0\n"
+                          L"mode = YUY2 videoinfo 640 480 333333\n"
+                          L"mode = YUY2 videoinfo 320 240 333333\n");
+    std::vector<VideoFormat> formats;
+    ASSERT_TRUE(VideoCapture::GetDeviceFormats(Device(Unique(L"path")), formats));
+    ASSERT_EQ(formats.size(), 1u);
+    EXPECT_EQ(formats[0].ToString(), "YUY2,320*240,30.000");
+}
+
+TEST_F(CameraDevices, Rgb32MediaTypeWithAShortHeaderIsPassedOver) {
+    AddDevice(L"cam", L"FriendlyName = x\nDevicePath = " + Unique(L"path") +
+                          L"\nfault = short_format:0\n"
+                          L"mode = RGB32 videoinfo 640 480 333333\n"
+                          L"mode = RGB32 videoinfo 320 240 333333\n");
+    const ComPtr<IPin> pin = CapturePinOf(Unique(L"path"));
+    ASSERT_TRUE(pin);
+    ScopedMediaType mediaType;
+    ASSERT_TRUE(GetPinMediaTypeRGB32(pin.Get(), mediaType));
+    ASSERT_EQ(mediaType->cbFormat, sizeof(VIDEOINFOHEADER));
+    EXPECT_EQ(reinterpret_cast<const VIDEOINFOHEADER*>(mediaType->pbFormat)->bmiHeader.biWidth,
+              320);
+}
+
+TEST_F(CameraDevices, CapabilitySizeStatedTooSmallListsModesByTheirMediaTypesAlone) {
+    // The driver states 8 bytes but writes a whole capability: its intervals and output sizes
+    // lie beyond what it stated, and are not taken.
+    AddDevice(L"cam", L"FriendlyName = x\nDevicePath = " + Unique(L"path") +
+                          L"\nfault = caps_size:8\n"
+                          L"mode = YUY2 videoinfo 640 480 400000 min_interval=333333 "
+                          L"max_interval=2000000 min_output=160x120 max_output=1280x960\n");
+    std::vector<VideoFormat> formats;
+    ASSERT_TRUE(VideoCapture::GetDeviceFormats(Device(Unique(L"path")), formats));
+    ASSERT_EQ(formats.size(), 1u);
+    EXPECT_EQ(formats[0].rate, 25.0f);
+    EXPECT_EQ(formats[0].minRate, 25.0f);
+    EXPECT_EQ(formats[0].maxRate, 25.0f);
+    EXPECT_EQ(formats[0].minSize.cx, 640);
+    EXPECT_EQ(formats[0].minSize.cy, 480);
+    EXPECT_EQ(formats[0].maxSize.cx, 640);
+    EXPECT_EQ(formats[0].maxSize.cy, 480);
+}
+
+TEST_F(CameraDevices, VideoStreamPinIsFoundWhenTheDriverStatesNoRoomForCapabilities) {
+    // A driver that states a size of 0 still writes its capability: the block it is given must
+    // hold one all the same.
+    AddDevice(L"cam", L"FriendlyName = x\nDevicePath = " + Unique(L"path") +
+                          L"\nfault = caps_size:0\nmode = YUY2 videoinfo 640 480 333333\n");
+    ComPtr<IBaseFilter> filter;
+    ASSERT_TRUE(GetDeviceFilter(Device(Unique(L"path")), CLSID_VideoInputDeviceCategory, filter));
+    const ComPtr<IPin> pin = GetVideoStreamPin(filter.Get(), PINDIR_OUTPUT, PIN_CATEGORY_CAPTURE);
+    EXPECT_TRUE(pin);
+}
+
+TEST_F(CameraDevices, MediumListWhoseSizeFallsShortOfItsCountIsNoAnswer) {
+    // The analog medium is there in memory, second in the list, but outside the list's Size.
+    AddDevice(L"tuner", L"FriendlyName = x\nDevicePath = " + Unique(L"path") +
+                            L"\nmediums = standard,analog\nfault = short_mediums\n");
+    std::vector<VideoDevice> devices;
+    ASSERT_TRUE(GetAnalogDevices(devices));
+    EXPECT_TRUE(WithId(devices, Unique(L"path")).empty());
+
+    ComPtr<IBaseFilter> filter;
+    ASSERT_TRUE(GetDeviceFilter(Device(Unique(L"path")), CLSID_VideoInputDeviceCategory, filter));
+    const ComPtr<IPin> pin = GetFirstPin(filter.Get());
+    ASSERT_TRUE(pin);
+    REGPINMEDIUM medium = {};
+    medium.dw1 = 7;
+    EXPECT_FALSE(GetPinMedium(pin.Get(), medium));
+    EXPECT_EQ(medium.dw1, 7u) << "left as it was, as after a failed query";
 }

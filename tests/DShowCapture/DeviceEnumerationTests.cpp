@@ -214,6 +214,118 @@ TEST(CreateComInstance, PassesOtherFailuresThrough) {
     CoUninitialize();
 }
 
-// Not tested: an IEnumMoniker::Next that fails with an error rather than S_FALSE. The loops end
-// on any result but S_OK and report the enumeration as complete, but the platform's enumerator
-// gives no way to make Next fail, and it is not ours to stand in for.
+namespace {
+
+// The platform's device enumerator never makes IEnumMoniker::Next fail with an error, so this
+// process registers a device enumerator of its own for CLSID_SystemDeviceEnum whose monikers
+// do. The registration lives in this process only, for the length of one test.
+class FailingMonikers final : public IEnumMoniker {
+public:
+    FAKE_COM_REFCOUNT
+    int nextCalls = 0;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumMoniker)) {
+            *object = static_cast<IEnumMoniker*>(this);
+            AddRef();
+            return S_OK;
+        }
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE Next(ULONG, IMoniker** monikers, ULONG*) override {
+        ++nextCalls;
+        *monikers = nullptr;
+        return E_UNEXPECTED;
+    }
+    HRESULT STDMETHODCALLTYPE Skip(ULONG) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Reset() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Clone(IEnumMoniker**) override { return E_NOTIMPL; }
+};
+
+class DeviceEnumeratorWithFailingMonikers final : public ICreateDevEnum, public IClassFactory {
+public:
+    FAKE_COM_REFCOUNT
+    ComPtr<FailingMonikers> monikers = FakeCom::Own(new FailingMonikers());
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_ICreateDevEnum)) {
+            *object = static_cast<ICreateDevEnum*>(this);
+        } else if (IsEqualIID(iid, IID_IClassFactory)) {
+            *object = static_cast<IClassFactory*>(this);
+        } else {
+            *object = nullptr;
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE CreateClassEnumerator(REFCLSID, IEnumMoniker** result,
+                                                    DWORD) override {
+        *result = monikers.Get();
+        monikers->AddRef();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
+        if (outer != nullptr) {
+            return CLASS_E_NOAGGREGATION;
+        }
+        return QueryInterface(iid, object);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+
+class FailingMonikerEnumeration : public ComApartment {
+protected:
+    void SetUp() override {
+        ComApartment::SetUp();
+        ASSERT_EQ(CoRegisterClassObject(CLSID_SystemDeviceEnum,
+                                        static_cast<IClassFactory*>(m_enumerator.Get()),
+                                        CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_cookie),
+                  S_OK);
+    }
+    void TearDown() override {
+        CoRevokeClassObject(m_cookie);
+        ComApartment::TearDown();
+    }
+    int NextCalls() const { return m_enumerator->monikers->nextCalls; }
+
+private:
+    ComPtr<DeviceEnumeratorWithFailingMonikers> m_enumerator =
+        FakeCom::Own(new DeviceEnumeratorWithFailingMonikers());
+    DWORD m_cookie = 0;
+};
+
+std::vector<VideoDevice> OneStaleDevice() {
+    return {VideoDevice(std::wstring(L"stale"), std::wstring(L"stale-id"))};
+}
+
+}  // namespace
+
+TEST_F(FailingMonikerEnumeration, VideoDeviceListEndsAtTheErrorAsAtTheEnd) {
+    std::vector<VideoDevice> devices = OneStaleDevice();
+    FakeCom::LogCapture log;
+    EXPECT_TRUE(GetVideoDevices(devices));
+    EXPECT_EQ(NextCalls(), 1);
+    EXPECT_TRUE(devices.empty());
+    EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST_F(FailingMonikerEnumeration, AnalogDeviceListEndsAtTheErrorAsAtTheEnd) {
+    std::vector<VideoDevice> devices = OneStaleDevice();
+    FakeCom::LogCapture log;
+    EXPECT_TRUE(GetAnalogDevices(devices));
+    EXPECT_EQ(NextCalls(), 1);
+    EXPECT_TRUE(devices.empty());
+    EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST_F(FailingMonikerEnumeration, FilterLookupEndsAtTheErrorWithoutAFilter) {
+    FakeCom::LogCapture log;
+    ComPtr<IBaseFilter> filter;
+    EXPECT_FALSE(GetDeviceFilter(VideoDevice(std::wstring(L"n"), std::wstring(L"i")),
+                                 CLSID_VideoInputDeviceCategory, filter));
+    EXPECT_EQ(NextCalls(), 1);
+    EXPECT_FALSE(filter);
+    EXPECT_TRUE(log.Messages().empty());
+}

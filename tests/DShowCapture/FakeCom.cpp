@@ -60,7 +60,7 @@ HRESULT FakePin::QueryInterface(REFIID iid, void** object) {
     if (hasPropertySet && IsEqualIID(iid, IID_IKsPropertySet)) {
         return Hand<IKsPropertySet>(this, object);
     }
-    if (hasKsPin && IsEqualIID(iid, DShow::kIidKsPin)) {
+    if (hasKsPin && IsEqualIID(iid, IID_IKsPin)) {
         return Hand<DShow::IKsPinMediums>(this, object);
     }
     if (hasStreamConfig && IsEqualIID(iid, IID_IAMStreamConfig)) {
@@ -139,7 +139,8 @@ HRESULT FakePin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) {
     if (capability.hasMediaType) {
         *type = NewMediaType(capability);
     }
-    memcpy(caps, &capability.caps, std::min<size_t>(capabilityBlockSize, sizeof(capability.caps)));
+    const int written = capabilityBytesWritten >= 0 ? capabilityBytesWritten : capabilityBlockSize;
+    memcpy(caps, &capability.caps, std::min<size_t>(written, sizeof(capability.caps)));
     return capability.result;
 }
 

@@ -102,6 +102,8 @@ public:
     HRESULT numberOfCapabilitiesResult = S_OK;
     int capabilityCount = -1;  // -1: the size of `capabilities`
     int capabilityBlockSize = sizeof(VIDEO_STREAM_CONFIG_CAPS);
+    // Bytes of each capability that GetStreamCaps writes; -1: as many as it stated.
+    int capabilityBytesWritten = -1;
     std::vector<Capability> capabilities;
 
     // IUnknown

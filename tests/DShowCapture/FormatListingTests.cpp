@@ -17,7 +17,7 @@ namespace {
 bool Convert(const Capability& capability, VideoFormat& format) {
     ScopedMediaType mediaType;
     *mediaType.Receive() = FakeCom::NewMediaType(capability);
-    return VideoFormatFromCapability(*mediaType.Get(), capability.caps, format);
+    return VideoFormatFromCapability(*mediaType.Get(), &capability.caps, format);
 }
 
 Capability Yuy2(LONG width, LONG height, REFERENCE_TIME interval = 333333) {
@@ -162,12 +162,26 @@ TEST(VideoFormatFromCapability, OnlyVideoInfoVideoTypesWithABlock) {
     EXPECT_FALSE(Convert(noBlock, format));
 }
 
+TEST(VideoFormatFromCapability, WithoutACapabilityBlockTheFramesOwnSizeAndRateStand) {
+    ScopedMediaType mediaType;
+    *mediaType.Receive() = FakeCom::NewMediaType(Yuy2(640, 480, 400000));
+    VideoFormat format;
+    ASSERT_TRUE(VideoFormatFromCapability(*mediaType.Get(), nullptr, format));
+    EXPECT_EQ(format.rate, 25.0f);
+    EXPECT_EQ(format.minRate, 25.0f);
+    EXPECT_EQ(format.maxRate, 25.0f);
+    EXPECT_EQ(format.minSize.cx, 640);
+    EXPECT_EQ(format.minSize.cy, 480);
+    EXPECT_EQ(format.maxSize.cx, 640);
+    EXPECT_EQ(format.maxSize.cy, 480);
+}
+
 TEST(VideoFormatFromCapability, FlipAndScaleStayZero) {
     VideoFormat format;
     format.SetFlip();
     format.SetScale(5, 5);
     ASSERT_TRUE(Convert(Yuy2(640, 480), format));
-    EXPECT_EQ(format.flip, 0);
+    EXPECT_EQ(format.GetFlip(), 0);
     EXPECT_EQ(format.scale.cx, 0);
     EXPECT_EQ(format.scale.cy, 0);
 }

@@ -53,8 +53,8 @@ TEST_F(PinSearch, GuidConstantsHavePublishedValues) {
         0xFB6C4281, 0x0353, 0x11D1, {0x90, 0x5F, 0x00, 0x00, 0xC0, 0xCC, 0x16, 0xBA}};
     const GUID pinSet = {
         0x9B00F101, 0x1567, 0x11D1, {0xB3, 0xF1, 0x00, 0xAA, 0x00, 0x37, 0x61, 0xC5}};
-    EXPECT_TRUE(IsEqualGUID(kIidKsPin, ksPin));
-    EXPECT_TRUE(IsEqualGUID(kMediumSetStandard, standard));
+    EXPECT_TRUE(IsEqualGUID(IID_IKsPin, ksPin));
+    EXPECT_TRUE(IsEqualGUID(KSMEDIUMSETID_Standard, standard));
     EXPECT_TRUE(IsEqualGUID(PIN_CATEGORY_CAPTURE, capture));
     EXPECT_TRUE(IsEqualGUID(AMPROPSETID_Pin, pinSet));
 }
@@ -203,7 +203,7 @@ TEST_F(PinSearch, GetPinMediumFailedQueryLeavesMediumAlone) {
 TEST_F(PinSearch, OnlyStandardMediumZeroesMediumAndGivesFalse) {
     FakePin* pin = Filter()->AddPin();
     pin->hasKsPin = true;
-    pin->mediums = {Medium(kMediumSetStandard, 0, 0)};
+    pin->mediums = {Medium(KSMEDIUMSETID_Standard, 0, 0)};
     REGPINMEDIUM medium = Medium(kProperMedium, 7, 8);
     EXPECT_FALSE(GetPinMedium(pin, medium));
     EXPECT_TRUE(IsEqualGUID(medium.clsMedium, GUID_NULL));
@@ -214,7 +214,7 @@ TEST_F(PinSearch, OnlyStandardMediumZeroesMediumAndGivesFalse) {
 TEST_F(PinSearch, ZeroMediumThenProperMediumGivesTheProperOne) {
     FakePin* pin = Filter()->AddPin();
     pin->hasKsPin = true;
-    pin->mediums = {Medium(GUID_NULL, 1, 2), Medium(kMediumSetStandard, 3, 4),
+    pin->mediums = {Medium(GUID_NULL, 1, 2), Medium(KSMEDIUMSETID_Standard, 3, 4),
                     Medium(kProperMedium, 5, 6), Medium(kOtherCategory, 9, 9)};
     REGPINMEDIUM medium = {};
     EXPECT_TRUE(GetPinMedium(pin, medium));

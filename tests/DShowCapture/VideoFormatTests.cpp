@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -28,16 +27,37 @@ TEST(TinySize, DefaultsToZero) {
 TEST(VideoFormat, IsAPlainValueInRecordOrder) {
     static_assert(std::is_trivially_copyable<VideoFormat>::value, "copied byte by byte");
     static_assert(sizeof(VideoFormat) == 13 * 4, "nine fields, four of them sizes");
-    static_assert(offsetof(VideoFormat, flip) == 0, "flip first");
-    static_assert(offsetof(VideoFormat, rate) == 4, "then rate");
-    static_assert(offsetof(VideoFormat, size) == 8, "then size");
-    static_assert(offsetof(VideoFormat, scale) == 16, "then scale");
-    static_assert(offsetof(VideoFormat, minRate) == 24, "then minRate");
-    static_assert(offsetof(VideoFormat, maxRate) == 28, "then maxRate");
-    static_assert(offsetof(VideoFormat, minSize) == 32, "then minSize");
-    static_assert(offsetof(VideoFormat, maxSize) == 40, "then maxSize");
-    static_assert(offsetof(VideoFormat, format) == 48, "format last");
     static_assert(sizeof(VideoPixelFormat) == 4, "32-bit wire value");
+    VideoFormat format;
+    format.SetFlip();
+    format.SetRate(2.0f);
+    format.SetSize(3, 4);
+    format.SetScale(5, 6);
+    format.SetMinRate(7.0f);
+    format.SetMaxRate(8.0f);
+    format.SetMinSize(9, 10);
+    format.SetMaxSize(11, 12);
+    format.SetFormat(static_cast<VideoPixelFormat>(13));
+    // Each field at its place in the record, read back as the bytes a copy carries.
+    int32_t words[13] = {};
+    memcpy(words, &format, sizeof(words));
+    float rates[3] = {};
+    memcpy(&rates[0], &words[1], sizeof(float));
+    memcpy(&rates[1], &words[6], sizeof(float));
+    memcpy(&rates[2], &words[7], sizeof(float));
+    EXPECT_EQ(words[0], 1) << "flip first";
+    EXPECT_EQ(rates[0], 2.0f) << "then rate";
+    EXPECT_EQ(words[2], 3) << "then size";
+    EXPECT_EQ(words[3], 4);
+    EXPECT_EQ(words[4], 5) << "then scale";
+    EXPECT_EQ(words[5], 6);
+    EXPECT_EQ(rates[1], 7.0f) << "then minRate";
+    EXPECT_EQ(rates[2], 8.0f) << "then maxRate";
+    EXPECT_EQ(words[8], 9) << "then minSize";
+    EXPECT_EQ(words[9], 10);
+    EXPECT_EQ(words[10], 11) << "then maxSize";
+    EXPECT_EQ(words[11], 12);
+    EXPECT_EQ(words[12], 13) << "format last";
 }
 
 TEST(VideoFormat, DefaultAndResetZeroEveryField) {

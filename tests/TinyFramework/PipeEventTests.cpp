@@ -30,15 +30,36 @@ bool IsOpenHandle(HANDLE handle) {
     return GetHandleInformation(handle, &flags) != FALSE;
 }
 
-// A server with a client attached, the client connected first as a parent would after the event.
+// A server with a client attached, the client connected while the server waits in its connect,
+// as a parent connects after the event.
 struct ConnectedPair {
-    explicit ConnectedPair(const wchar_t* purpose) : name(UniquePipeName(purpose)) {
+    // A client that comes before the server's thread reaches its connect makes the connect fail,
+    // and nothing shows from outside that the thread has reached it. So a pair whose client came
+    // too early is made again with a longer pause, as long as a slow machine needs.
+    static constexpr DWORD kFirstPauseMs = 20;
+    static constexpr DWORD kLastPauseMs = 10240;
+
+    explicit ConnectedPair(const wchar_t* purpose) {
+        for (DWORD pauseMs = kFirstPauseMs; pauseMs <= kLastPauseMs; pauseMs *= 2) {
+            if (Connect(UniquePipeName(purpose), pauseMs)) {
+                return;
+            }
+            server.Close();
+            client.Close();
+        }
+        ADD_FAILURE() << "the client came before the server's connect at every pause";
+    }
+
+    bool Connect(const std::wstring& pipeName, DWORD pauseMs) {
+        name = pipeName;
         EXPECT_TRUE(server.Create(name.c_str()));
         std::thread connector([this] { connected = server.Connect(); });
-        Sleep(20);
+        Sleep(pauseMs);
         EXPECT_TRUE(client.Open(name.c_str(), TRUE, FALSE));
         connector.join();
+        return connected != FALSE;
     }
+
     std::wstring name;
     TinyPipeServer server;
     TinyPipeClient client;
@@ -211,6 +232,20 @@ TEST(TinyPipeServerTest, SecondServerOfOneNameFails) {
     EXPECT_EQ(capture.RecordsContaining("Failed to CreateNamedPipe(").size(), 1u);
 }
 
+TEST(TinyPipeServerTest, FailedCreateClosesThePipeItHeldAndLeavesTheServerUsable) {
+    const std::wstring name = UniquePipeName(L"recreate");
+    TinyPipeServer server;
+    ASSERT_TRUE(server.Create(name.c_str()));
+    TestSupport::LogCapture capture;
+    // The one instance of the name is this server's own, so a second one is refused.
+    EXPECT_FALSE(server.Create(name.c_str()));
+    EXPECT_TRUE(server.IsEmpty());
+    EXPECT_EQ(server.Handle(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(capture.RecordsContaining("Failed to CreateNamedPipe(").size(), 1u);
+    // The pipe it held was closed, not lost: the name is free for the same server again.
+    EXPECT_TRUE(server.Create(name.c_str()));
+}
+
 TEST(TinyPipeServerTest, PipeIsOpenToEverybodyAndInheritable) {
     const std::wstring name = UniquePipeName(L"security");
     TinyPipeServer server;
@@ -262,6 +297,63 @@ TEST(TinyPipeClientTest, OpenRetriesABusyPipeUntilItIsFree) {
     opener.join();
     EXPECT_FALSE(openedWhileBusy);
     EXPECT_FALSE(second.IsEmpty());
+}
+
+TEST(TinyPipeClientTest, OpenWaitsOutABusyPipeBeyondOneWaitForIt) {
+    ConnectedPair pair(L"long-busy");
+    TestSupport::LogCapture capture;
+    std::atomic<bool> opening{false};
+    std::atomic<bool> released{false};
+    std::atomic<bool> openedWhileBusy{false};
+    BOOL opened = FALSE;
+    TinyPipeClient second;
+    std::thread opener([&] {
+        opening = true;
+        opened = second.Open(pair.name.c_str(), TRUE, FALSE);
+        openedWhileBusy = !released.load();
+    });
+    while (!opening) {
+        Sleep(1);
+    }
+    // Busy for two of Open's waits: WaitNamedPipeW gives up (ERROR_SEM_TIMEOUT), CreateFileW
+    // then fails with ERROR_PIPE_BUSY, and Open must take that for "wait again".
+    Sleep(2 * TinyPipeClient::kWaitTimeout);
+    released = true;
+    ASSERT_TRUE(pair.server.Disconnect());
+    BOOL connected = FALSE;
+    std::thread connector([&] { connected = pair.server.Connect(); });
+    opener.join();
+    if (!opened) {
+        // Ends the waiting Connect, so that a failed Open shows as a failure and not as a hang.
+        TinyPipeClient rescue;
+        rescue.Open(pair.name.c_str(), TRUE, FALSE);
+    }
+    connector.join();
+    EXPECT_TRUE(opened);
+    EXPECT_TRUE(connected);
+    EXPECT_FALSE(openedWhileBusy);
+    EXPECT_TRUE(capture.RecordsContaining("Failed to CreateFile(").empty());
+}
+
+TEST(TinyPipeClientTest, FailedOpenClosesThePipeItHeldAndLeavesTheClientUsable) {
+    ConnectedPair pair(L"reopen");
+    TestSupport::LogCapture capture;
+    // A path outside the pipe namespace: WaitNamedPipeW fails with ERROR_PATH_NOT_FOUND (as seen
+    // under Wine), so Open goes on to CreateFileW, which fails the same way.
+    EXPECT_FALSE(pair.client.Open(L"C:\\no-such-directory\\pipe", TRUE, FALSE));
+    EXPECT_TRUE(pair.client.IsEmpty());
+    EXPECT_EQ(pair.client.Handle(), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(capture.RecordsContaining("Failed to CreateFile(").size(), 1u);
+    // The pipe it held was closed, not lost: the server's end sees its client gone.
+    DWORD available = 0;
+    EXPECT_FALSE(PeekNamedPipe(pair.server.Handle(), nullptr, 0, nullptr, &available, nullptr));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+    // And the same client opens another pipe.
+    const std::wstring otherName = UniquePipeName(L"reopen-other");
+    TinyPipeServer other;
+    ASSERT_TRUE(other.Create(otherName.c_str()));
+    EXPECT_TRUE(pair.client.Open(otherName.c_str(), TRUE, FALSE));
+    EXPECT_STREQ(pair.client.GetName(), otherName.c_str());
 }
 
 TEST(TinyPipeClientTest, MessageReadModeOnAByteTypePipeIsRefused) {

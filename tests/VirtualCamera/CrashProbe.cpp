@@ -1,8 +1,9 @@
 // Child process for the crash tests: uses one virtual device the way a capture application would,
 // so that a device that crashes takes only this process down.
 //   VirtualCameraCrashProbe caps <instance>    reads every capability
-//   VirtualCameraCrashProbe stream <instance>  runs the device into a null renderer for 2 s
-// Exit code 0: no crash; 2: the device could not be used; a crash ends it with its exception code.
+//   VirtualCameraCrashProbe stream <instance>  runs the device until it has sent a few frames
+// Exit code 0: no crash; 2: the device could not be used; 3: it sent no frames in time; a crash
+// ends it with its exception code.
 
 #include <windows.h>
 #include <dshow.h>
@@ -10,6 +11,7 @@
 
 #include <string>
 
+#include "FrameSink.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
 
 using Microsoft::WRL::ComPtr;
@@ -17,10 +19,11 @@ using Microsoft::WRL::ComPtr;
 namespace {
 
 constexpr int kSetupFailed = 2;
-// The null renderer of the DirectShow editing services (qedit),
-// {C1F400A4-3F08-11D3-9F0B-006008039E37}.
-const GUID kNullRendererClsid = {
-    0xc1f400a4, 0x3f08, 0x11d3, {0x9f, 0x0b, 0x00, 0x60, 0x08, 0x03, 0x9e, 0x37}};
+constexpr int kNoFrames = 3;
+// A device that crashes on its streaming thread does so before its first frame; a healthy one
+// has shown it streams once a few frames arrived, however slowly.
+constexpr size_t kFramesToSee = 3;
+constexpr DWORD kFramesDeadlineMs = 60000;
 
 ComPtr<IBaseFilter> BindDevice(const std::wstring& instanceName) {
     ComPtr<ICreateDevEnum> devices;
@@ -78,27 +81,26 @@ int ReadCapabilities(IBaseFilter* filter) {
 
 int Stream(IBaseFilter* camera) {
     ComPtr<IGraphBuilder> graph;
-    ComPtr<IBaseFilter> renderer;
     if (FAILED(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER,
-                                IID_PPV_ARGS(&graph))) ||
-        FAILED(CoCreateInstance(kNullRendererClsid, nullptr, CLSCTX_INPROC_SERVER,
-                                IID_PPV_ARGS(&renderer)))) {
+                                IID_PPV_ARGS(&graph)))) {
         return kSetupFailed;
     }
+    ComPtr<VirtualCameraTests::FrameSink> sink;
+    sink.Attach(new VirtualCameraTests::FrameSink());
     ComPtr<IPin> out = FirstPin(camera);
-    ComPtr<IPin> in = FirstPin(renderer.Get());
     ComPtr<IMediaControl> control;
-    if (!out || !in || FAILED(graph->AddFilter(camera, L"Camera")) ||
-        FAILED(graph->AddFilter(renderer.Get(), L"Renderer")) ||
-        FAILED(graph->ConnectDirect(out.Get(), in.Get(), nullptr)) || FAILED(graph.As(&control))) {
+    if (!out || FAILED(graph->AddFilter(camera, L"Camera")) ||
+        FAILED(graph->AddFilter(sink.Get(), L"Sink")) ||
+        FAILED(graph->ConnectDirect(out.Get(), sink->InputPin(), nullptr)) ||
+        FAILED(graph.As(&control))) {
         return kSetupFailed;
     }
     if (FAILED(control->Run())) return kSetupFailed;
-    Sleep(2000);
+    const bool streamed = sink->WaitForFrames(kFramesToSee, kFramesDeadlineMs);
     control->Stop();
+    graph->RemoveFilter(sink.Get());
     graph->RemoveFilter(camera);
-    graph->RemoveFilter(renderer.Get());
-    return 0;
+    return streamed ? 0 : kNoFrames;
 }
 
 }  // namespace

@@ -86,7 +86,8 @@ TEST(VirtualCameraDescription, BehaviourKeysAreParsed) {
                          L"stream_config = off\n"
                          L"mediums = zero,analog,{11111111-2222-3333-4444-555555555555}:5:7\n"
                          L"fault = caps_at:2, delay_run:40\nfault = unplug_after:3\n"
-                         L"[device two]\ncategory = short\n",
+                         L"[device two]\ncategory = short\n"
+                         L"fault = caps_size:8, short_format:1, short_mediums\n",
                          &devices, &error))
         << Narrow(error);
     ASSERT_EQ(devices.size(), 2u);
@@ -103,9 +104,15 @@ TEST(VirtualCameraDescription, BehaviourKeysAreParsed) {
     EXPECT_EQ(one.settings.faults.failCapsAt, 2);
     EXPECT_EQ(one.settings.faults.delayRunMs, 40u);
     EXPECT_EQ(one.settings.faults.unplugAfterFrames, 3);
+    EXPECT_EQ(one.settings.faults.statedCapsSize, -1);
+    EXPECT_EQ(one.settings.faults.shortFormatAt, -1);
+    EXPECT_FALSE(one.settings.faults.shortMediumList);
     EXPECT_EQ(devices[1].settings.category, CategoryAnswer::Short);
+    EXPECT_EQ(devices[1].settings.faults.statedCapsSize, 8);
+    EXPECT_EQ(devices[1].settings.faults.shortFormatAt, 1);
+    EXPECT_TRUE(devices[1].settings.faults.shortMediumList);
     ASSERT_EQ(devices[1].settings.mediums.size(), 1u);
-    EXPECT_TRUE(IsEqualGUID(devices[1].settings.mediums[0].set, MEDIUMSETID_Standard));
+    EXPECT_TRUE(IsEqualGUID(devices[1].settings.mediums[0].set, KSMEDIUMSETID_Standard));
     // What the device reads back from its bag is the same behaviour.
     DeviceSettings reread;
     ASSERT_TRUE(ParseDeviceSettings(one.settingsText, &reread, &error)) << Narrow(error);

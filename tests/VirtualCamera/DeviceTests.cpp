@@ -124,39 +124,44 @@ TEST_F(VirtualCameraDeviceTest, ABadDescriptionRegistersNothing) {
 
 TEST_F(VirtualCameraDeviceTest, ToolHelpDocumentsTheFormat) {
     std::string output;
-    EXPECT_EQ(RunProgram(L"VirtualCameraTool.exe", L"--help", 30000, "", &output), 0u);
+    EXPECT_EQ(RunProgram(L"VirtualCameraTool.exe", L"--help", kStateDeadlineMs, "", &output), 0u);
     EXPECT_NE(output.find("mode = <subtype>"), std::string::npos);
     EXPECT_NE(output.find("unplug_after"), std::string::npos);
+    EXPECT_NE(output.find("caps_size:N"), std::string::npos);
+    EXPECT_NE(output.find("short_format:K"), std::string::npos);
+    EXPECT_NE(output.find("short_mediums"), std::string::npos);
 }
 
 TEST_F(VirtualCameraDeviceTest, ToolAddsListsAndRemovesDevices) {
     const std::wstring name = UniqueName(L"-tool");
     const std::string narrowName(name.begin(), name.end());
     std::string output;
-    ASSERT_EQ(RunProgram(L"VirtualCameraTool.exe", L"add -", 30000,
+    ASSERT_EQ(RunProgram(L"VirtualCameraTool.exe", L"add -", kStateDeadlineMs,
                          "[device " + narrowName + "]\nFriendlyName = From Tool\n", &output),
               0u)
         << output;
     EXPECT_EQ(ReadBag(name, L"FriendlyName").text, L"From Tool");
-    ASSERT_EQ(RunProgram(L"VirtualCameraTool.exe", L"list", 30000, "", &output), 0u);
+    ASSERT_EQ(RunProgram(L"VirtualCameraTool.exe", L"list", kStateDeadlineMs, "", &output), 0u);
     EXPECT_NE(output.find(narrowName + "\tFrom Tool"), std::string::npos) << output;
     EXPECT_EQ(RunProgram(L"VirtualCameraTool.exe", L"remove " + name), 0u);
     EXPECT_FALSE(FindMoniker(name));
-    EXPECT_NE(RunProgram(L"VirtualCameraTool.exe", L"remove " + name, 30000, "", &output), 0u);
+    EXPECT_NE(
+        RunProgram(L"VirtualCameraTool.exe", L"remove " + name, kStateDeadlineMs, "", &output), 0u);
     EXPECT_NE(output.find("no virtual device"), std::string::npos);
 }
 
 TEST_F(VirtualCameraDeviceTest, ToolRejectsBadInputWithAReason) {
     std::string output;
-    EXPECT_NE(
-        RunProgram(L"VirtualCameraTool.exe", L"add -", 30000, "[device x]\nfoo = 1\n", &output),
-        0u);
+    EXPECT_NE(RunProgram(L"VirtualCameraTool.exe", L"add -", kStateDeadlineMs,
+                         "[device x]\nfoo = 1\n", &output),
+              0u);
     EXPECT_NE(output.find("line 2"), std::string::npos) << output;
-    EXPECT_NE(RunProgram(L"VirtualCameraTool.exe", L"frobnicate", 30000, "", &output), 0u);
+    EXPECT_NE(RunProgram(L"VirtualCameraTool.exe", L"frobnicate", kStateDeadlineMs, "", &output),
+              0u);
     EXPECT_NE(output.find("unknown command"), std::string::npos) << output;
-    EXPECT_NE(
-        RunProgram(L"VirtualCameraTool.exe", L"add C:\\no\\such\\file.txt", 30000, "", &output),
-        0u);
+    EXPECT_NE(RunProgram(L"VirtualCameraTool.exe", L"add C:\\no\\such\\file.txt", kStateDeadlineMs,
+                         "", &output),
+              0u);
 }
 
 }  // namespace

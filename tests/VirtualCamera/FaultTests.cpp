@@ -1,15 +1,18 @@
 // Faults a device can be told to have, seen through the published interfaces.
 
+#include <dvdmedia.h>
 #include <evcode.h>
+#include <ks.h>
 
 #include "TestSupport.h"
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/KsPin.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace VirtualCameraTests {
 namespace {
 
-constexpr DWORD kAccessViolation = 0xC0000005;
+constexpr DWORD kAccessViolation = EXCEPTION_ACCESS_VIOLATION;
 constexpr LONGLONG kDelayMs = 300;
 // Sleep may end a little early on a coarse timer.
 constexpr LONGLONG kDelayTolerance = 30;
@@ -95,7 +98,7 @@ TEST_F(VirtualCameraFaultTest, RunCanBeSlow) {
     const LONGLONG start = NowMilliseconds();
     ASSERT_TRUE(SUCCEEDED(graph.control->Run()));
     EXPECT_GE(NowMilliseconds() - start, kDelayMs - kDelayTolerance);
-    EXPECT_TRUE(graph.sink->WaitForFrames(1, 5000));
+    EXPECT_TRUE(graph.sink->WaitForFrames(1, kStateDeadlineMs));
 }
 
 TEST_F(VirtualCameraFaultTest, RunCanBeRefusedAsInUse) {
@@ -125,7 +128,7 @@ TEST_F(VirtualCameraFaultTest, UnpluggedDeviceReportsDeviceLostAndStops) {
     BuildGraph(name, &graph);
     ASSERT_TRUE(SUCCEEDED(graph.control->Run()));
     LONG_PTR lostDevice = 0;
-    ASSERT_TRUE(WaitForEvent(graph.events.Get(), EC_DEVICE_LOST, 5000, &lostDevice));
+    ASSERT_TRUE(WaitForEvent(graph.events.Get(), EC_DEVICE_LOST, kStateDeadlineMs, &lostDevice));
     ComPtr<IUnknown> cameraIdentity;
     ASSERT_EQ(graph.camera.As(&cameraIdentity), S_OK);
     ComPtr<IUnknown> reportedIdentity;
@@ -153,6 +156,65 @@ TEST_F(VirtualCameraFaultTest, CrashOnTheStreamingThreadEndsTheProcess) {
     const std::wstring healthy = AddDevice(L"mode = YUY2 videoinfo 64 48 333333\n");
     EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"stream " + healthy), 0u);
     EXPECT_EQ(RunProgram(L"VirtualCameraCrashProbe.exe", L"stream " + crashing), kAccessViolation);
+}
+
+TEST_F(VirtualCameraFaultTest, CapabilitySizeCanBeStatedTooSmallWhileWholeRecordsAreWritten) {
+    const std::wstring name = AddDevice(
+        L"fault = caps_size:8\nmode = YUY2 videoinfo 64 48 333333 max_interval=2000000\n");
+    ComPtr<IAMStreamConfig> config = StreamConfig(name);
+    ASSERT_TRUE(config);
+    int count = 0;
+    int size = 0;
+    ASSERT_EQ(config->GetNumberOfCapabilities(&count, &size), S_OK);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(size, 8);
+    AM_MEDIA_TYPE* type = nullptr;
+    VIDEO_STREAM_CONFIG_CAPS caps = {};
+    ASSERT_EQ(config->GetStreamCaps(0, &type, reinterpret_cast<BYTE*>(&caps)), S_OK);
+    EXPECT_EQ(caps.MaxFrameInterval, 2000000);
+    VirtualCamera::DeleteMediaType(type);
+}
+
+TEST_F(VirtualCameraFaultTest, FormatBlockOfOneModeCanBeShorterThanItsHeader) {
+    const std::wstring name = AddDevice(
+        L"fault = short_format:1\nmode = YUY2 videoinfo 64 48 333333\n"
+        L"mode = YUY2 videoinfo2 32 24 333333\n");
+    ComPtr<IAMStreamConfig> config = StreamConfig(name);
+    ASSERT_TRUE(config);
+    const ULONG expectedSizes[] = {sizeof(VIDEOINFOHEADER), sizeof(VIDEOINFOHEADER2) - 1};
+    for (int index = 0; index < 2; ++index) {
+        AM_MEDIA_TYPE* type = nullptr;
+        VIDEO_STREAM_CONFIG_CAPS caps = {};
+        ASSERT_EQ(config->GetStreamCaps(index, &type, reinterpret_cast<BYTE*>(&caps)), S_OK);
+        EXPECT_EQ(type->cbFormat, expectedSizes[index]) << index;
+        VirtualCamera::DeleteMediaType(type);
+    }
+    // The pin's media types are cut the same way.
+    ComPtr<IEnumMediaTypes> types;
+    ASSERT_EQ(OutputPin(BindFilterOrFail(name).Get())->EnumMediaTypes(&types), S_OK);
+    AM_MEDIA_TYPE* offered[2] = {};
+    ULONG fetched = 0;
+    ASSERT_EQ(types->Next(2, offered, &fetched), S_OK);
+    EXPECT_EQ(offered[0]->cbFormat, expectedSizes[0]);
+    EXPECT_EQ(offered[1]->cbFormat, expectedSizes[1]);
+    VirtualCamera::DeleteMediaType(offered[0]);
+    VirtualCamera::DeleteMediaType(offered[1]);
+}
+
+TEST_F(VirtualCameraFaultTest, MediumListSizeCanFallOneMediumShortOfItsCount) {
+    const std::wstring name = AddDevice(L"mediums = standard,analog\nfault = short_mediums\n");
+    ComPtr<VirtualCamera::IKsPin> ksPin;
+    ASSERT_EQ(OutputPin(BindFilterOrFail(name).Get())
+                  ->QueryInterface(IID_IKsPin, reinterpret_cast<void**>(ksPin.GetAddressOf())),
+              S_OK);
+    KSMULTIPLE_ITEM* list = nullptr;
+    ASSERT_EQ(ksPin->KsQueryMediums(&list), S_OK);
+    EXPECT_EQ(list->Count, 2u);
+    EXPECT_EQ(list->Size, sizeof(KSMULTIPLE_ITEM) + sizeof(REGPINMEDIUM));
+    // The medium left outside the Size is there all the same.
+    const auto* mediums = reinterpret_cast<const REGPINMEDIUM*>(list + 1);
+    EXPECT_TRUE(IsEqualGUID(mediums[1].clsMedium, VirtualCamera::MEDIUMSETID_VirtualCameraAnalog));
+    CoTaskMemFree(list);
 }
 
 }  // namespace

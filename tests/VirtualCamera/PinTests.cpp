@@ -39,8 +39,7 @@ protected:
     std::vector<REGPINMEDIUM> Mediums(IPin* pin) {
         std::vector<REGPINMEDIUM> result;
         ComPtr<VirtualCamera::IKsPin> ksPin;
-        EXPECT_EQ(pin->QueryInterface(VirtualCamera::IID_IKsPin,
-                                      reinterpret_cast<void**>(ksPin.GetAddressOf())),
+        EXPECT_EQ(pin->QueryInterface(IID_IKsPin, reinterpret_cast<void**>(ksPin.GetAddressOf())),
                   S_OK);
         if (!ksPin) return result;
         KSMULTIPLE_ITEM* list = nullptr;
@@ -93,7 +92,7 @@ TEST_F(VirtualCameraPinTest, MediumsAreStandardByDefault) {
     ComPtr<IPin> pin = PinOf(L"mode = YUY2 videoinfo 64 48 333333\n");
     const auto mediums = Mediums(pin.Get());
     ASSERT_EQ(mediums.size(), 1u);
-    EXPECT_TRUE(IsEqualGUID(mediums[0].clsMedium, VirtualCamera::MEDIUMSETID_Standard));
+    EXPECT_TRUE(IsEqualGUID(mediums[0].clsMedium, KSMEDIUMSETID_Standard));
     EXPECT_EQ(mediums[0].dw1, 0u);
     EXPECT_EQ(mediums[0].dw2, 0u);
 }
@@ -105,7 +104,7 @@ TEST_F(VirtualCameraPinTest, MediumsComeInTheGivenOrder) {
     EXPECT_TRUE(IsEqualGUID(mediums[0].clsMedium, GUID_NULL));
     EXPECT_EQ(mediums[0].dw1 | mediums[0].dw2, 0u);
     EXPECT_TRUE(IsEqualGUID(mediums[1].clsMedium, VirtualCamera::MEDIUMSETID_VirtualCameraAnalog));
-    EXPECT_FALSE(IsEqualGUID(mediums[1].clsMedium, VirtualCamera::MEDIUMSETID_Standard));
+    EXPECT_FALSE(IsEqualGUID(mediums[1].clsMedium, KSMEDIUMSETID_Standard));
     EXPECT_TRUE(IsEqualGUID(mediums[2].clsMedium, kCustomCategory));
     EXPECT_EQ(mediums[2].dw1, 5u);
     EXPECT_EQ(mediums[2].dw2, 7u);

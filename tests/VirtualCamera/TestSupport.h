@@ -17,6 +17,10 @@ namespace VirtualCameraTests {
 
 using Microsoft::WRL::ComPtr;
 
+// How long a test waits for a state it expects (frames arriving, a graph event, a child program
+// ending). Only a hang reaches it, also on a machine that runs many times slower than usual.
+inline constexpr DWORD kStateDeadlineMs = 60000;
+
 // The null renderer of the DirectShow editing services (qedit),
 // {C1F400A4-3F08-11D3-9F0B-006008039E37}.
 inline constexpr GUID kNullRendererClsid = {
@@ -75,7 +79,7 @@ LONGLONG NowMilliseconds();
 
 // Runs a program from the test's own directory; returns its exit code, or -1.
 DWORD RunProgram(const std::wstring& program, const std::wstring& arguments,
-                 DWORD timeoutMs = 30000, const std::string& input = std::string(),
+                 DWORD timeoutMs = 2 * kStateDeadlineMs, const std::string& input = std::string(),
                  std::string* output = nullptr);
 
 }  // namespace VirtualCameraTests

@@ -13,13 +13,17 @@ namespace {
 
 std::wstring Trim(const std::wstring& text) {
     const size_t first = text.find_first_not_of(L" \t\r\n\xFEFF");
-    if (first == std::wstring::npos) return std::wstring();
+    if (first == std::wstring::npos) {
+        return std::wstring();
+    }
     const size_t last = text.find_last_not_of(L" \t\r\n");
     return text.substr(first, last - first + 1);
 }
 
 std::wstring Lower(std::wstring text) {
-    for (auto& c : text) c = static_cast<wchar_t>(towlower(c));
+    for (auto& c : text) {
+        c = static_cast<wchar_t>(towlower(c));
+    }
     return text;
 }
 
@@ -29,7 +33,9 @@ std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
     while (true) {
         const size_t end = text.find(separator, start);
         parts.push_back(Trim(text.substr(start, end - start)));
-        if (end == std::wstring::npos) break;
+        if (end == std::wstring::npos) {
+            break;
+        }
         start = end + 1;
     }
     return parts;
@@ -39,18 +45,26 @@ std::vector<std::wstring> SplitWhitespace(const std::wstring& text) {
     std::vector<std::wstring> words;
     std::wistringstream stream(text);
     std::wstring word;
-    while (stream >> word) words.push_back(word);
+    while (stream >> word) {
+        words.push_back(word);
+    }
     return words;
 }
 
 // Whole-string integer in [minimum, maximum]; decimal, or hexadecimal with 0x.
 bool ParseInteger(const std::wstring& text, LONGLONG minimum, LONGLONG maximum, LONGLONG* value) {
-    if (text.empty()) return false;
+    if (text.empty()) {
+        return false;
+    }
     wchar_t* end = nullptr;
     errno = 0;
     const LONGLONG parsed = wcstoll(text.c_str(), &end, 0);
-    if (errno != 0 || !end || *end != L'\0' || end == text.c_str()) return false;
-    if (parsed < minimum || parsed > maximum) return false;
+    if (errno != 0 || !end || *end != L'\0' || end == text.c_str()) {
+        return false;
+    }
+    if (parsed < minimum || parsed > maximum) {
+        return false;
+    }
     *value = parsed;
     return true;
 }
@@ -67,36 +81,46 @@ bool ParseLong(const std::wstring& text, LONG* value) {
 
 bool ParseULong(const std::wstring& text, ULONG* value) {
     LONGLONG parsed = 0;
-    if (!ParseInteger(text, 0, std::numeric_limits<ULONG>::max(), &parsed)) return false;
+    if (!ParseInteger(text, 0, std::numeric_limits<ULONG>::max(), &parsed)) {
+        return false;
+    }
     *value = static_cast<ULONG>(parsed);
     return true;
 }
 
 bool ParseSize(const std::wstring& text, SIZE* size) {
     const size_t x = text.find_first_of(L"xX");
-    if (x == std::wstring::npos) return false;
+    if (x == std::wstring::npos) {
+        return false;
+    }
     LONG cx = 0;
     LONG cy = 0;
-    if (!ParseLong(text.substr(0, x), &cx) || !ParseLong(text.substr(x + 1), &cy)) return false;
+    if (!ParseLong(text.substr(0, x), &cx) || !ParseLong(text.substr(x + 1), &cy)) {
+        return false;
+    }
     *size = {cx, cy};
     return true;
 }
 
 class LineError {
 public:
-    explicit LineError(std::wstring* error) : error_(error) {}
+    explicit LineError(std::wstring* error) : m_error(error) {}
     bool Fail(const std::wstring& message) {
-        if (error_) *error_ = message;
+        if (m_error) {
+            *m_error = message;
+        }
         return false;
     }
 
 private:
-    std::wstring* error_;
+    std::wstring* m_error;
 };
 
 bool ParseModeOption(const std::wstring& option, ModeConfig* mode, LineError err) {
     const size_t equals = option.find(L'=');
-    if (equals == std::wstring::npos) return err.Fail(L"mode option '" + option + L"' lacks '='");
+    if (equals == std::wstring::npos) {
+        return err.Fail(L"mode option '" + option + L"' lacks '='");
+    }
     const std::wstring name = Lower(option.substr(0, equals));
     const std::wstring value = option.substr(equals + 1);
     const LONGLONG kMin = std::numeric_limits<LONGLONG>::min();
@@ -113,7 +137,9 @@ bool ParseModeOption(const std::wstring& option, ModeConfig* mode, LineError err
     } else {
         return err.Fail(L"unknown mode option '" + name + L"'");
     }
-    if (!ok) return err.Fail(L"bad value in mode option '" + option + L"'");
+    if (!ok) {
+        return err.Fail(L"bad value in mode option '" + option + L"'");
+    }
     return true;
 }
 
@@ -156,7 +182,9 @@ bool ParseMode(const std::wstring& value, ModeConfig* mode, LineError err) {
     mode->minOutputSize = {mode->width, mode->height};
     mode->maxOutputSize = {mode->width, mode->height};
     for (size_t i = 5; i < words.size(); ++i) {
-        if (!ParseModeOption(words[i], mode, err)) return false;
+        if (!ParseModeOption(words[i], mode, err)) {
+            return false;
+        }
     }
     return true;
 }
@@ -192,7 +220,7 @@ bool ParseOnOff(const std::wstring& value, bool* on, LineError err) {
 bool ParseMedium(const std::wstring& item, MediumConfig* medium, LineError err) {
     const std::wstring name = Lower(item);
     if (name == L"standard") {
-        *medium = {MEDIUMSETID_Standard, 0, 0};
+        *medium = {KSMEDIUMSETID_Standard, 0, 0};
     } else if (name == L"zero") {
         *medium = {GUID_NULL, 0, 0};
     } else if (name == L"analog") {
@@ -212,7 +240,9 @@ bool ParseMediums(const std::wstring& value, DeviceSettings* settings, LineError
     settings->mediums.clear();
     for (const auto& item : Split(value, L',')) {
         MediumConfig medium;
-        if (!ParseMedium(item, &medium, err)) return false;
+        if (!ParseMedium(item, &medium, err)) {
+            return false;
+        }
         settings->mediums.push_back(medium);
     }
     return true;
@@ -220,7 +250,9 @@ bool ParseMediums(const std::wstring& value, DeviceSettings* settings, LineError
 
 bool ParseFaultDuration(const std::wstring& argument, DWORD* milliseconds) {
     ULONG value = 0;
-    if (!ParseULong(argument, &value)) return false;
+    if (!ParseULong(argument, &value)) {
+        return false;
+    }
     *milliseconds = value;
     return true;
 }
@@ -254,16 +286,28 @@ bool ParseOneFault(const std::wstring& item, FaultConfig* faults, LineError err)
     } else if (name == L"unplug_after") {
         ok = ParseLong(argument, &number) && number >= 0;
         faults->unplugAfterFrames = number;
+    } else if (name == L"caps_size") {
+        ok = ParseLong(argument, &number) && number >= 0;
+        faults->statedCapsSize = number;
+    } else if (name == L"short_format") {
+        ok = ParseLong(argument, &number) && number >= 0;
+        faults->shortFormatAt = number;
+    } else if (name == L"short_mediums" && !hasArgument) {
+        faults->shortMediumList = true;
     } else {
         return err.Fail(L"unknown fault '" + item + L"'");
     }
-    if (!ok) return err.Fail(L"bad number in fault '" + item + L"'");
+    if (!ok) {
+        return err.Fail(L"bad number in fault '" + item + L"'");
+    }
     return true;
 }
 
 bool ParseFaults(const std::wstring& value, FaultConfig* faults, LineError err) {
     for (const auto& item : Split(value, L',')) {
-        if (!ParseOneFault(item, faults, err)) return false;
+        if (!ParseOneFault(item, faults, err)) {
+            return false;
+        }
     }
     return true;
 }
@@ -276,7 +320,9 @@ bool ParseNameValue(const std::wstring& key, const std::wstring& value, NameValu
         name->text = value;
         return true;
     }
-    if (!ParseLong(value, &name->number)) return err.Fail(L"'" + key + L"' needs an integer");
+    if (!ParseLong(value, &name->number)) {
+        return err.Fail(L"'" + key + L"' needs an integer");
+    }
     name->kind = NameKind::Number;
     return true;
 }
@@ -284,9 +330,15 @@ bool ParseNameValue(const std::wstring& key, const std::wstring& value, NameValu
 // Returns the name field a key refers to ("FriendlyName" or "FriendlyName:i4"), or null.
 NameValue* NameFieldOf(const std::wstring& key, DeviceDescription* device) {
     const std::wstring base = Lower(key.substr(0, key.find(L':')));
-    if (base == L"friendlyname") return &device->friendlyName;
-    if (base == L"description") return &device->description;
-    if (base == L"devicepath") return &device->devicePath;
+    if (base == L"friendlyname") {
+        return &device->friendlyName;
+    }
+    if (base == L"description") {
+        return &device->description;
+    }
+    if (base == L"devicepath") {
+        return &device->devicePath;
+    }
     return nullptr;
 }
 
@@ -295,33 +347,49 @@ bool ParseSettingLine(const std::wstring& key, const std::wstring& value, Device
     const std::wstring name = Lower(key);
     if (name == L"mode") {
         ModeConfig mode;
-        if (!ParseMode(value, &mode, err)) return false;
+        if (!ParseMode(value, &mode, err)) {
+            return false;
+        }
         settings->modes.push_back(mode);
         return true;
     }
-    if (name == L"category") return ParseCategory(value, settings, err);
-    if (name == L"stream_config") return ParseOnOff(value, &settings->streamConfig, err);
-    if (name == L"mediums") return ParseMediums(value, settings, err);
-    if (name == L"fault") return ParseFaults(value, &settings->faults, err);
+    if (name == L"category") {
+        return ParseCategory(value, settings, err);
+    }
+    if (name == L"stream_config") {
+        return ParseOnOff(value, &settings->streamConfig, err);
+    }
+    if (name == L"mediums") {
+        return ParseMediums(value, settings, err);
+    }
+    if (name == L"fault") {
+        return ParseFaults(value, &settings->faults, err);
+    }
     return err.Fail(L"unknown key '" + key + L"'");
 }
 
 bool SplitKeyValue(const std::wstring& line, std::wstring* key, std::wstring* value) {
     const size_t equals = line.find(L'=');
-    if (equals == std::wstring::npos) return false;
+    if (equals == std::wstring::npos) {
+        return false;
+    }
     *key = Trim(line.substr(0, equals));
     *value = Trim(line.substr(equals + 1));
     return !key->empty();
 }
 
 bool ParseDeviceHeader(const std::wstring& line, std::wstring* instanceName, LineError err) {
-    if (line.back() != L']') return err.Fail(L"a device header must end with ']'");
+    if (line.back() != L']') {
+        return err.Fail(L"a device header must end with ']'");
+    }
     const std::wstring inner = Trim(line.substr(1, line.size() - 2));
     if (Lower(inner.substr(0, 6)) != L"device" || (inner.size() > 6 && !iswspace(inner[6]))) {
         return err.Fail(L"expected '[device <instance-name>]'");
     }
     *instanceName = Trim(inner.substr(6));
-    if (instanceName->empty()) return err.Fail(L"the device needs an instance name");
+    if (instanceName->empty()) {
+        return err.Fail(L"the device needs an instance name");
+    }
     if (instanceName->find(L'\\') != std::wstring::npos) {
         return err.Fail(L"an instance name cannot contain '\\'");
     }
@@ -329,7 +397,9 @@ bool ParseDeviceHeader(const std::wstring& line, std::wstring* instanceName, Lin
 }
 
 void ApplySettingDefaults(DeviceSettings* settings) {
-    if (settings->mediums.empty()) settings->mediums.push_back({MEDIUMSETID_Standard, 0, 0});
+    if (settings->mediums.empty()) {
+        settings->mediums.push_back({KSMEDIUMSETID_Standard, 0, 0});
+    }
 }
 
 std::vector<std::wstring> SplitLines(const std::wstring& text) {
@@ -348,10 +418,14 @@ std::wstring WithLine(size_t lineNumber, const std::wstring& message) {
 }  // namespace
 
 bool ParseGuid(const std::wstring& text, GUID* guid) {
-    if (text.size() != 38 || text.front() != L'{' || text.back() != L'}') return false;
+    if (text.size() != 38 || text.front() != L'{' || text.back() != L'}') {
+        return false;
+    }
     for (size_t i = 1; i < 37; ++i) {
         const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
-        if (dash ? text[i] != L'-' : !iswxdigit(text[i])) return false;
+        if (dash ? text[i] != L'-' : !iswxdigit(text[i])) {
+            return false;
+        }
     }
     std::wstring copy = text;
     return SUCCEEDED(CLSIDFromString(&copy[0], guid));
@@ -359,7 +433,9 @@ bool ParseGuid(const std::wstring& text, GUID* guid) {
 
 std::wstring GuidToString(const GUID& guid) {
     wchar_t buffer[64] = {};
-    if (StringFromGUID2(guid, buffer, 64) == 0) return std::wstring();
+    if (StringFromGUID2(guid, buffer, 64) == 0) {
+        return std::wstring();
+    }
     return buffer;
 }
 
@@ -370,7 +446,9 @@ bool ParseDescription(const std::wstring& text, std::vector<DeviceDescription>* 
     for (size_t index = 0; index < lines.size(); ++index) {
         const size_t lineNumber = index + 1;
         const std::wstring line = Trim(lines[index]);
-        if (IsIgnorable(line)) continue;
+        if (IsIgnorable(line)) {
+            continue;
+        }
         std::wstring message;
         LineError err(&message);
         if (line[0] == L'[') {
@@ -398,10 +476,16 @@ bool ParseDescription(const std::wstring& text, std::vector<DeviceDescription>* 
             ok = ParseSettingLine(key, value, &device.settings, err);
             device.settingsText += key + L" = " + value + L"\n";
         }
-        if (!ok) return LineError(error).Fail(WithLine(lineNumber, message));
+        if (!ok) {
+            return LineError(error).Fail(WithLine(lineNumber, message));
+        }
     }
-    if (devices->empty()) return LineError(error).Fail(L"the description names no device");
-    for (auto& device : *devices) ApplySettingDefaults(&device.settings);
+    if (devices->empty()) {
+        return LineError(error).Fail(L"the description names no device");
+    }
+    for (auto& device : *devices) {
+        ApplySettingDefaults(&device.settings);
+    }
     return true;
 }
 
@@ -410,7 +494,9 @@ bool ParseDeviceSettings(const std::wstring& text, DeviceSettings* settings, std
     const auto lines = SplitLines(text);
     for (size_t index = 0; index < lines.size(); ++index) {
         const std::wstring line = Trim(lines[index]);
-        if (IsIgnorable(line)) continue;
+        if (IsIgnorable(line)) {
+            continue;
+        }
         std::wstring key;
         std::wstring value;
         std::wstring message;
@@ -459,6 +545,13 @@ Behaviour:
       crash_streaming  access violation on the streaming thread
       run_in_use       Run fails with 0x8007001F
       unplug_after:N   EC_DEVICE_LOST after N frames, then no more frames
+      caps_size:N      GetNumberOfCapabilities states a capability size of N bytes, while
+                       GetStreamCaps still writes a whole VIDEO_STREAM_CONFIG_CAPS
+      short_format:K   mode K's format block (cbFormat, and the memory behind it) is one byte
+                       shorter than its VIDEOINFOHEADER or VIDEOINFOHEADER2, in GetStreamCaps
+                       and in the pin's media types
+      short_mediums    KsQueryMediums states a Size one medium short of its Count (the
+                       mediums themselves are all there)
 
 Frame counter: the first 32 pixels of the first row in memory carry the frame number, most
 significant bit first; a pixel is bright (luma 235, or RGB channels 255) for 1 and dark for 0.

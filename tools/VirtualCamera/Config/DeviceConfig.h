@@ -62,6 +62,10 @@ struct FaultConfig {
     bool crashStreaming = false;  // Access violation on the streaming thread.
     bool refuseRun = false;       // Run returns kRunRefusedError.
     LONG unplugAfterFrames = -1;  // EC_DEVICE_LOST after this many frames (-1: never).
+    // Faults of a driver that lies about the sizes of what it hands out.
+    int statedCapsSize = -1;       // GetNumberOfCapabilities states this size (-1: the true one).
+    int shortFormatAt = -1;        // The format block of this mode lacks its header's last byte.
+    bool shortMediumList = false;  // KsQueryMediums states a Size one medium short of Count.
 };
 
 struct DeviceSettings {

@@ -66,10 +66,13 @@ void PaintPackedYuv(bool lumaFirst, LONG width, LONG rows, uint32_t phase, BYTE*
 
 void PaintPlanarYuv(LONG width, LONG rows, uint32_t phase, BYTE* data, size_t size) {
     const size_t lumaSize = static_cast<size_t>(width) * rows;
-    if (lumaSize > size) return;
+    if (lumaSize > size) {
+        return;
+    }
     for (LONG y = 0; y < rows; ++y) {
-        for (LONG x = 0; x < width; ++x)
+        for (LONG x = 0; x < width; ++x) {
             data[y * static_cast<size_t>(width) + x] = BarLuma(x, y, phase);
+        }
     }
     // Chroma planes (or the interleaved NV12 plane) take the rest; a neutral grey is valid in all.
     memset(data + lumaSize, kChromaNeutral, size - lumaSize);
@@ -83,8 +86,12 @@ void PaintRgb(size_t bytesPerPixel, LONG width, LONG rows, uint32_t phase, BYTE*
         for (LONG x = 0; x < width; ++x) {
             const BYTE level = ToFullRange(BarLuma(x, y, phase));
             BYTE* pixel = row + x * bytesPerPixel;
-            for (size_t c = 0; c < bytesPerPixel; ++c) pixel[c] = level;
-            if (bytesPerPixel == 4) pixel[3] = 0xff;  // Opaque alpha for ARGB32.
+            for (size_t c = 0; c < bytesPerPixel; ++c) {
+                pixel[c] = level;
+            }
+            if (bytesPerPixel == 4) {
+                pixel[3] = 0xff;  // Opaque alpha for ARGB32.
+            }
         }
     }
 }
@@ -96,10 +103,14 @@ void WriteCounter(PixelLayout layout, LONG width, uint32_t counter, BYTE* data, 
         const size_t position = where.offset + bit * where.step;
         const size_t pixelBytes =
             where.yuv ? 1 : (where.step == 3 || where.step == 4 ? where.step : 2);
-        if (position + pixelBytes > size) return;
+        if (position + pixelBytes > size) {
+            return;
+        }
         const BYTE value = where.yuv ? (one ? kLumaBright : kLumaDark) : (one ? 0xff : 0x00);
         memset(data + position, value, pixelBytes);
-        if (!where.yuv && where.step == 4) data[position + 3] = 0xff;
+        if (!where.yuv && where.step == 4) {
+            data[position + 3] = 0xff;
+        }
     }
 }
 
@@ -107,7 +118,9 @@ void WriteCounter(PixelLayout layout, LONG width, uint32_t counter, BYTE* data, 
 
 void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, BYTE* data,
                 size_t size) {
-    if (!data || size == 0) return;
+    if (!data || size == 0) {
+        return;
+    }
     const PixelLayout layout = LayoutOfSubtype(subtype);
     const LONG rows = height < 0 ? -height : height;
     if (width <= 0 || rows == 0) {
@@ -143,7 +156,9 @@ bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint
     const PixelLayout layout = LayoutOfSubtype(subtype);
     if (layout == PixelLayout::MJPG) {
         static const BYTE kHeader[] = {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x0A, 'V', 'C', 'A', 'M'};
-        if (size < sizeof(kHeader) + 4 || memcmp(data, kHeader, sizeof(kHeader)) != 0) return false;
+        if (size < sizeof(kHeader) + 4 || memcmp(data, kHeader, sizeof(kHeader)) != 0) {
+            return false;
+        }
         const BYTE* value = data + sizeof(kHeader);
         *counter = (static_cast<uint32_t>(value[0]) << 24) |
                    (static_cast<uint32_t>(value[1]) << 16) |
@@ -151,7 +166,9 @@ bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint
         return true;
     }
     const CounterLayout where = CounterLayoutOf(layout);
-    if (where.offset + (kCounterPixels - 1) * where.step >= size) return false;
+    if (where.offset + (kCounterPixels - 1) * where.step >= size) {
+        return false;
+    }
     uint32_t value = 0;
     for (int bit = 0; bit < kCounterPixels; ++bit) {
         value = (value << 1) | (data[where.offset + bit * where.step] >= 128 ? 1u : 0u);
@@ -161,7 +178,9 @@ bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint
 }
 
 std::vector<BYTE> AddCounterToJpeg(const std::vector<BYTE>& jpeg, uint32_t counter) {
-    if (jpeg.size() < 2) return jpeg;
+    if (jpeg.size() < 2) {
+        return jpeg;
+    }
     std::vector<BYTE> framed;
     framed.reserve(jpeg.size() + 14);
     framed.insert(framed.end(), jpeg.begin(), jpeg.begin() + 2);  // SOI

@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <ks.h>
+
 namespace VirtualCamera {
 
 // The COM class of the virtual camera filter; every virtual device is an instance of it.
@@ -14,10 +16,6 @@ extern const GUID CLSID_VirtualCameraFilter;
 // {C4D7A2E9-1B3F-4E58-8A6D-2F91B0E7C35D}
 extern const GUID MEDIUMSETID_VirtualCameraAnalog;
 
-// The kernel-streaming standard medium set, {4747B320-62CE-11CF-A5D6-28DB04C10000}. Declared here
-// because the SDK header only offers it through macros that need MSVC's __uuidof.
-extern const GUID MEDIUMSETID_Standard;
-
 // Names of the values stored in a device's property bag.
 inline constexpr const wchar_t* kBagFriendlyName = L"FriendlyName";
 inline constexpr const wchar_t* kBagDescription = L"Description";
@@ -28,6 +26,6 @@ inline constexpr const wchar_t* kBagSettings = L"VirtualCameraSettings";
 // The code a device refuses creation with (fault = create).
 inline constexpr HRESULT kCreateRefusedError = HRESULT_FROM_WIN32(ERROR_DEVICE_NOT_CONNECTED);
 // The code Run is refused with (fault = run_in_use): a device already in use elsewhere.
-inline constexpr HRESULT kRunRefusedError = static_cast<HRESULT>(0x8007001F);
+inline constexpr HRESULT kRunRefusedError = HRESULT_FROM_WIN32(ERROR_GEN_FAILURE);
 
 }  // namespace VirtualCamera

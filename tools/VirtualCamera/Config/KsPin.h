@@ -1,17 +1,16 @@
 #pragma once
 // IKsPin as published for kernel-streaming proxy pins. MinGW's <ksproxy.h> declares it only for
-// code built on the DirectShow base classes (__STREAMS__), so it is declared here with the same
-// IID and method order. Only KsQueryMediums matters to the virtual camera and its users.
+// code built on the DirectShow base classes (__STREAMS__), so it is declared here in the same
+// method order, for the SDK's IID_IKsPin. Only KsQueryMediums matters to the virtual camera and
+// its users.
 
 #include <windows.h>
 #include <strmif.h>
 #include <ks.h>
+// IID_IKsPin
+#include <uuids.h>
 
 namespace VirtualCamera {
-
-// {B61178D1-A2D9-11CF-9E53-00AA00A216A1}
-inline constexpr GUID IID_IKsPin = {
-    0xb61178d1, 0xa2d9, 0x11cf, {0x9e, 0x53, 0x00, 0xaa, 0x00, 0xa2, 0x16, 0xa1}};
 
 enum KsPeekOperation { KsPeekOperation_PeekOnly, KsPeekOperation_AddRef };
 

@@ -64,7 +64,9 @@ void FillBitmapHeader(const ModeConfig& mode, BITMAPINFOHEADER* header) {
 
 // RGB565 needs its channel masks right after the bitmap header (BI_BITFIELDS).
 void FillColorMasks(const GUID& subtype, BYTE* afterHeader) {
-    if (subtype != MEDIASUBTYPE_RGB565) return;
+    if (subtype != MEDIASUBTYPE_RGB565) {
+        return;
+    }
     const DWORD masks[3] = {0xF800, 0x07E0, 0x001F};
     CopyMemory(afterHeader, masks, sizeof(masks));
 }
@@ -75,20 +77,35 @@ ULONG ExtraBytesOf(const GUID& subtype) {
 
 HRESULT AllocateFormat(AM_MEDIA_TYPE* type, ULONG size) {
     type->pbFormat = static_cast<BYTE*>(CoTaskMemAlloc(size));
-    if (!type->pbFormat) return E_OUTOFMEMORY;
+    if (!type->pbFormat) {
+        return E_OUTOFMEMORY;
+    }
     ZeroMemory(type->pbFormat, size);
     type->cbFormat = size;
     return S_OK;
 }
 
+// Allocates a format block that starts with a header of type `Header` (VIDEOINFOHEADER or
+// VIDEOINFOHEADER2) and fills what both kinds of header share.
+template <class Header>
+HRESULT BuildVideoHeader(const ModeConfig& mode, AM_MEDIA_TYPE* type, Header** header) {
+    const HRESULT hr = AllocateFormat(type, sizeof(Header) + ExtraBytesOf(mode.subtype));
+    if (FAILED(hr)) {
+        return hr;
+    }
+    *header = reinterpret_cast<Header*>(type->pbFormat);
+    FillBitmapHeader(mode, &(*header)->bmiHeader);
+    FillColorMasks(mode.subtype, type->pbFormat + sizeof(Header));
+    (*header)->AvgTimePerFrame = mode.avgTimePerFrame;
+    return S_OK;
+}
+
 HRESULT BuildVideoInfo(const ModeConfig& mode, AM_MEDIA_TYPE* type) {
-    const ULONG extra = ExtraBytesOf(mode.subtype);
-    const HRESULT hr = AllocateFormat(type, sizeof(VIDEOINFOHEADER) + extra);
-    if (FAILED(hr)) return hr;
-    auto* info = reinterpret_cast<VIDEOINFOHEADER*>(type->pbFormat);
-    FillBitmapHeader(mode, &info->bmiHeader);
-    FillColorMasks(mode.subtype, type->pbFormat + sizeof(VIDEOINFOHEADER));
-    info->AvgTimePerFrame = mode.avgTimePerFrame;
+    VIDEOINFOHEADER* info = nullptr;
+    const HRESULT hr = BuildVideoHeader(mode, type, &info);
+    if (FAILED(hr)) {
+        return hr;
+    }
     if (mode.avgTimePerFrame > 0) {
         info->dwBitRate =
             static_cast<DWORD>(static_cast<ULONGLONG>(info->bmiHeader.biSizeImage) * 8 * 10000000 /
@@ -99,17 +116,26 @@ HRESULT BuildVideoInfo(const ModeConfig& mode, AM_MEDIA_TYPE* type) {
 }
 
 HRESULT BuildVideoInfo2(const ModeConfig& mode, AM_MEDIA_TYPE* type) {
-    const ULONG extra = ExtraBytesOf(mode.subtype);
-    const HRESULT hr = AllocateFormat(type, sizeof(VIDEOINFOHEADER2) + extra);
-    if (FAILED(hr)) return hr;
-    auto* info = reinterpret_cast<VIDEOINFOHEADER2*>(type->pbFormat);
-    FillBitmapHeader(mode, &info->bmiHeader);
-    FillColorMasks(mode.subtype, type->pbFormat + sizeof(VIDEOINFOHEADER2));
-    info->AvgTimePerFrame = mode.avgTimePerFrame;
+    VIDEOINFOHEADER2* info = nullptr;
+    const HRESULT hr = BuildVideoHeader(mode, type, &info);
+    if (FAILED(hr)) {
+        return hr;
+    }
     info->dwPictAspectRatioX = static_cast<DWORD>(mode.width > 0 ? mode.width : 1);
     info->dwPictAspectRatioY = static_cast<DWORD>(mode.height != 0 ? labs(mode.height) : 1);
     type->formattype = FORMAT_VideoInfo2;
     return S_OK;
+}
+
+// The size of the header a format type's block starts with; 0 for a type without one.
+ULONG HeaderSizeOf(const GUID& formatType) {
+    if (IsEqualGUID(formatType, FORMAT_VideoInfo)) {
+        return sizeof(VIDEOINFOHEADER);
+    }
+    if (IsEqualGUID(formatType, FORMAT_VideoInfo2)) {
+        return sizeof(VIDEOINFOHEADER2);
+    }
+    return 0;
 }
 
 }  // namespace
@@ -126,10 +152,16 @@ bool SubtypeFromName(const std::wstring& name, GUID* subtype) {
             return true;
         }
     }
-    if (!name.empty() && name.front() == L'{') return ParseGuid(name, subtype);
-    if (name.size() != 4) return false;
+    if (!name.empty() && name.front() == L'{') {
+        return ParseGuid(name, subtype);
+    }
+    if (name.size() != 4) {
+        return false;
+    }
     for (wchar_t c : name) {
-        if (c < 0x20 || c > 0x7e) return false;
+        if (c < 0x20 || c > 0x7e) {
+            return false;
+        }
     }
     *subtype = FourCCSubtype(MakeFourCC(static_cast<char>(name[0]), static_cast<char>(name[1]),
                                         static_cast<char>(name[2]), static_cast<char>(name[3])));
@@ -138,11 +170,15 @@ bool SubtypeFromName(const std::wstring& name, GUID* subtype) {
 
 std::wstring SubtypeName(const GUID& subtype) {
     for (const auto& named : kNamedSubtypes) {
-        if (IsEqualGUID(named.subtype, subtype)) return named.name;
+        if (IsEqualGUID(named.subtype, subtype)) {
+            return named.name;
+        }
     }
     if (IsFourCCSubtype(subtype)) {
         std::wstring name;
-        for (int i = 0; i < 4; ++i) name += static_cast<wchar_t>((subtype.Data1 >> (8 * i)) & 0xff);
+        for (int i = 0; i < 4; ++i) {
+            name += static_cast<wchar_t>((subtype.Data1 >> (8 * i)) & 0xff);
+        }
         return name;
     }
     return GuidToString(subtype);
@@ -150,15 +186,33 @@ std::wstring SubtypeName(const GUID& subtype) {
 
 PixelLayout LayoutOfSubtype(const GUID& subtype) {
     const std::wstring name = SubtypeName(subtype);
-    if (name == L"YUY2") return PixelLayout::YUY2;
-    if (name == L"UYVY") return PixelLayout::UYVY;
-    if (name == L"I420" || name == L"IYUV") return PixelLayout::I420;
-    if (name == L"YV12") return PixelLayout::YV12;
-    if (name == L"NV12") return PixelLayout::NV12;
-    if (name == L"RGB24") return PixelLayout::RGB24;
-    if (name == L"RGB32" || name == L"ARGB32") return PixelLayout::RGB32;
-    if (name == L"RGB565") return PixelLayout::RGB565;
-    if (name == L"MJPG") return PixelLayout::MJPG;
+    if (name == L"YUY2") {
+        return PixelLayout::YUY2;
+    }
+    if (name == L"UYVY") {
+        return PixelLayout::UYVY;
+    }
+    if (name == L"I420" || name == L"IYUV") {
+        return PixelLayout::I420;
+    }
+    if (name == L"YV12") {
+        return PixelLayout::YV12;
+    }
+    if (name == L"NV12") {
+        return PixelLayout::NV12;
+    }
+    if (name == L"RGB24") {
+        return PixelLayout::RGB24;
+    }
+    if (name == L"RGB32" || name == L"ARGB32") {
+        return PixelLayout::RGB32;
+    }
+    if (name == L"RGB565") {
+        return PixelLayout::RGB565;
+    }
+    if (name == L"MJPG") {
+        return PixelLayout::MJPG;
+    }
     return PixelLayout::Other;
 }
 
@@ -191,7 +245,9 @@ DWORD CompressionOfSubtype(const GUID& subtype) {
 }
 
 DWORD ImageSize(const GUID& subtype, LONG width, LONG height) {
-    if (width <= 0 || height == 0) return 0;
+    if (width <= 0 || height == 0) {
+        return 0;
+    }
     const ULONGLONG rows = static_cast<ULONGLONG>(labs(height));
     switch (LayoutOfSubtype(subtype)) {
         case PixelLayout::I420:
@@ -226,8 +282,28 @@ HRESULT BuildMediaType(const ModeConfig& mode, AM_MEDIA_TYPE* type) {
     return E_UNEXPECTED;
 }
 
+HRESULT TruncateFormatHeader(AM_MEDIA_TYPE* type) {
+    const ULONG headerSize = HeaderSizeOf(type->formattype);
+    if (headerSize == 0 || type->pbFormat == nullptr) {
+        return S_OK;
+    }
+    // A block of its own size, so that a reader that trusts the header reads past the block.
+    const ULONG shortSize = headerSize - 1;
+    auto* block = static_cast<BYTE*>(CoTaskMemAlloc(shortSize));
+    if (!block) {
+        return E_OUTOFMEMORY;
+    }
+    CopyMemory(block, type->pbFormat, shortSize);
+    CoTaskMemFree(type->pbFormat);
+    type->pbFormat = block;
+    type->cbFormat = shortSize;
+    return S_OK;
+}
+
 void FreeMediaType(AM_MEDIA_TYPE* type) {
-    if (type->cbFormat != 0 || type->pbFormat) CoTaskMemFree(type->pbFormat);
+    if (type->cbFormat != 0 || type->pbFormat) {
+        CoTaskMemFree(type->pbFormat);
+    }
     type->cbFormat = 0;
     type->pbFormat = nullptr;
     if (type->pUnk) {
@@ -242,16 +318,22 @@ HRESULT CopyMediaType(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE& source) {
     target->cbFormat = 0;
     if (source.cbFormat != 0 && source.pbFormat) {
         const HRESULT hr = AllocateFormat(target, source.cbFormat);
-        if (FAILED(hr)) return hr;
+        if (FAILED(hr)) {
+            return hr;
+        }
         CopyMemory(target->pbFormat, source.pbFormat, source.cbFormat);
     }
-    if (target->pUnk) target->pUnk->AddRef();
+    if (target->pUnk) {
+        target->pUnk->AddRef();
+    }
     return S_OK;
 }
 
 AM_MEDIA_TYPE* CreateMediaTypeCopy(const AM_MEDIA_TYPE& source) {
     auto* copy = static_cast<AM_MEDIA_TYPE*>(CoTaskMemAlloc(sizeof(AM_MEDIA_TYPE)));
-    if (!copy) return nullptr;
+    if (!copy) {
+        return nullptr;
+    }
     if (FAILED(CopyMediaType(copy, source))) {
         CoTaskMemFree(copy);
         return nullptr;
@@ -260,7 +342,9 @@ AM_MEDIA_TYPE* CreateMediaTypeCopy(const AM_MEDIA_TYPE& source) {
 }
 
 void DeleteMediaType(AM_MEDIA_TYPE* type) {
-    if (!type) return;
+    if (!type) {
+        return;
+    }
     FreeMediaType(type);
     CoTaskMemFree(type);
 }
@@ -270,8 +354,12 @@ bool MediaTypesEqual(const AM_MEDIA_TYPE& a, const AM_MEDIA_TYPE& b) {
         !IsEqualGUID(a.formattype, b.formattype) || a.cbFormat != b.cbFormat) {
         return false;
     }
-    if (a.cbFormat == 0) return true;
-    if (!a.pbFormat || !b.pbFormat) return a.pbFormat == b.pbFormat;
+    if (a.cbFormat == 0) {
+        return true;
+    }
+    if (!a.pbFormat || !b.pbFormat) {
+        return a.pbFormat == b.pbFormat;
+    }
     return memcmp(a.pbFormat, b.pbFormat, a.cbFormat) == 0;
 }
 
@@ -283,14 +371,22 @@ bool MediaTypeMatchesPartial(const AM_MEDIA_TYPE& full, const AM_MEDIA_TYPE& par
     if (!IsEqualGUID(partial.subtype, GUID_NULL) && !IsEqualGUID(partial.subtype, full.subtype)) {
         return false;
     }
-    if (IsEqualGUID(partial.formattype, GUID_NULL)) return true;
-    if (!IsEqualGUID(partial.formattype, full.formattype)) return false;
-    if (partial.cbFormat == 0 || !partial.pbFormat) return true;
+    if (IsEqualGUID(partial.formattype, GUID_NULL)) {
+        return true;
+    }
+    if (!IsEqualGUID(partial.formattype, full.formattype)) {
+        return false;
+    }
+    if (partial.cbFormat == 0 || !partial.pbFormat) {
+        return true;
+    }
     return MediaTypesEqual(full, partial);
 }
 
 const BITMAPINFOHEADER* BitmapHeaderOf(const AM_MEDIA_TYPE& type) {
-    if (!type.pbFormat) return nullptr;
+    if (!type.pbFormat) {
+        return nullptr;
+    }
     if (IsEqualGUID(type.formattype, FORMAT_VideoInfo) &&
         type.cbFormat >= sizeof(VIDEOINFOHEADER)) {
         return &reinterpret_cast<const VIDEOINFOHEADER*>(type.pbFormat)->bmiHeader;
@@ -303,7 +399,9 @@ const BITMAPINFOHEADER* BitmapHeaderOf(const AM_MEDIA_TYPE& type) {
 }
 
 REFERENCE_TIME AvgTimePerFrameOf(const AM_MEDIA_TYPE& type) {
-    if (!type.pbFormat) return 0;
+    if (!type.pbFormat) {
+        return 0;
+    }
     if (IsEqualGUID(type.formattype, FORMAT_VideoInfo) &&
         type.cbFormat >= sizeof(VIDEOINFOHEADER)) {
         return reinterpret_cast<const VIDEOINFOHEADER*>(type.pbFormat)->AvgTimePerFrame;

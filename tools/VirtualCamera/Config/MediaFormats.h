@@ -29,6 +29,10 @@ bool IsFourCCSubtype(const GUID& subtype);
 
 // Builds the media type of a mode; the format block is allocated with CoTaskMemAlloc.
 HRESULT BuildMediaType(const ModeConfig& mode, AM_MEDIA_TYPE* type);
+// Cuts a type's format block to one byte less than its VIDEOINFOHEADER or VIDEOINFOHEADER2, the
+// memory and cbFormat alike, as a driver that hands out a truncated header does. A type without
+// such a header is left as it is.
+HRESULT TruncateFormatHeader(AM_MEDIA_TYPE* type);
 
 void FreeMediaType(AM_MEDIA_TYPE* type);
 HRESULT CopyMediaType(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE& source);
@@ -48,25 +52,27 @@ REFERENCE_TIME AvgTimePerFrameOf(const AM_MEDIA_TYPE& type);
 // Owns one AM_MEDIA_TYPE's format block and unknown.
 class MediaType {
 public:
-    MediaType() { ZeroMemory(&type_, sizeof(type_)); }
-    ~MediaType() { FreeMediaType(&type_); }
-    MediaType(const MediaType& other) : MediaType() { Assign(other.type_); }
+    MediaType() { ZeroMemory(&m_type, sizeof(m_type)); }
+    ~MediaType() { FreeMediaType(&m_type); }
+    MediaType(const MediaType& other) : MediaType() { Assign(other.m_type); }
     MediaType& operator=(const MediaType& other) {
-        if (this != &other) Assign(other.type_);
+        if (this != &other) {
+            Assign(other.m_type);
+        }
         return *this;
     }
     HRESULT Assign(const AM_MEDIA_TYPE& source) {
-        FreeMediaType(&type_);
-        return CopyMediaType(&type_, source);
+        FreeMediaType(&m_type);
+        return CopyMediaType(&m_type, source);
     }
-    void Clear() { FreeMediaType(&type_); }
-    AM_MEDIA_TYPE* get() { return &type_; }
-    const AM_MEDIA_TYPE& operator*() const { return type_; }
-    const AM_MEDIA_TYPE* operator->() const { return &type_; }
-    AM_MEDIA_TYPE* operator->() { return &type_; }
+    void Clear() { FreeMediaType(&m_type); }
+    AM_MEDIA_TYPE* get() { return &m_type; }
+    const AM_MEDIA_TYPE& operator*() const { return m_type; }
+    const AM_MEDIA_TYPE* operator->() const { return &m_type; }
+    AM_MEDIA_TYPE* operator->() { return &m_type; }
 
 private:
-    AM_MEDIA_TYPE type_;
+    AM_MEDIA_TYPE m_type;
 };
 
 }  // namespace VirtualCamera

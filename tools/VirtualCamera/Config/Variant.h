@@ -3,22 +3,29 @@
 #include <windows.h>
 
 #include <oleauto.h>
+#include <strmif.h>
+
+#include <string>
 
 namespace VirtualCamera {
 
 // Owns a VARIANT for the length of one property-bag read or write.
 class Variant {
 public:
-    Variant() { VariantInit(&value_); }
-    ~Variant() { VariantClear(&value_); }
+    Variant() { VariantInit(&m_value); }
+    ~Variant() { VariantClear(&m_value); }
     Variant(const Variant&) = delete;
     Variant& operator=(const Variant&) = delete;
-    VARIANT* get() { return &value_; }
-    const VARIANT& operator*() const { return value_; }
-    const VARIANT* operator->() const { return &value_; }
+    VARIANT* get() { return &m_value; }
+    const VARIANT& operator*() const { return m_value; }
+    const VARIANT* operator->() const { return &m_value; }
 
 private:
-    VARIANT value_;
+    VARIANT m_value;
 };
+
+// Reads one string value of a property bag. False when the value is absent, not a string
+// (the device enumerator's bag does not convert a number), or null.
+bool ReadBagString(IPropertyBag* bag, const wchar_t* name, std::wstring* text);
 
 }  // namespace VirtualCamera

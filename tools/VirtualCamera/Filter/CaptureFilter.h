@@ -58,10 +58,10 @@ public:
     STDMETHODIMP Save(IPropertyBag* bag, BOOL clearDirty, BOOL saveAll) override;
 
     // For the pin.
-    const DeviceSettings& Settings() const { return settings_; }
-    std::recursive_mutex& Lock() { return lock_; }
-    FILTER_STATE State() const { return state_; }
-    IFilterGraph* Graph() const { return graph_; }
+    const DeviceSettings& Settings() const { return m_settings; }
+    std::recursive_mutex& Lock() { return m_lock; }
+    FILTER_STATE State() const { return m_state; }
+    IFilterGraph* Graph() const { return m_graph; }
     // Called from the streaming thread when the device goes away.
     void NotifyDeviceLost();
 
@@ -70,19 +70,19 @@ private:
     HRESULT ReadSettings(IPropertyBag* bag);
     HRESULT StartStreaming(REFERENCE_TIME start);
 
-    ModuleReference module_;
-    std::atomic<ULONG> references_{1};
-    std::recursive_mutex lock_;
-    DeviceSettings settings_;
-    bool loaded_ = false;
-    std::wstring deviceName_;
-    FILTER_STATE state_ = State_Stopped;
-    Microsoft::WRL::ComPtr<IReferenceClock> clock_;
+    ModuleReference m_module;
+    std::atomic<ULONG> m_references{1};
+    std::recursive_mutex m_lock;
+    DeviceSettings m_settings;
+    bool m_loaded = false;
+    std::wstring m_deviceName;
+    FILTER_STATE m_state = State_Stopped;
+    Microsoft::WRL::ComPtr<IReferenceClock> m_clock;
     // The graph owns the filter, so the filter keeps only plain pointers to it.
-    IFilterGraph* graph_ = nullptr;
-    IMediaEventSink* eventSink_ = nullptr;
-    std::wstring nameInGraph_;
-    std::unique_ptr<CapturePin> pin_;
+    IFilterGraph* m_graph = nullptr;
+    IMediaEventSink* m_eventSink = nullptr;
+    std::wstring m_nameInGraph;
+    std::unique_ptr<CapturePin> m_pin;
 };
 
 }  // namespace VirtualCamera

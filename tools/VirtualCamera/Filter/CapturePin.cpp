@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "tools/VirtualCamera/Filter/BrokenDriver.h"
 #include "tools/VirtualCamera/Filter/CaptureFilter.h"
 #include "tools/VirtualCamera/Filter/Enumerators.h"
 
@@ -19,16 +20,12 @@ constexpr const wchar_t* kPinName = L"Capture";
 constexpr REFERENCE_TIME kDefaultFrameInterval = 333333;
 constexpr long kMinimumBuffers = 3;
 
-void CrashLikeABrokenDriver() {
-    // The address goes through a volatile variable so the compiler cannot see it is invalid.
-    volatile uintptr_t address = 0x10;
-    *reinterpret_cast<volatile int*>(address) = 1;
-}
-
 LPWSTR CopyToTaskMemory(const wchar_t* text) {
     const size_t bytes = (wcslen(text) + 1) * sizeof(wchar_t);
     auto* copy = static_cast<LPWSTR>(CoTaskMemAlloc(bytes));
-    if (copy) CopyMemory(copy, text, bytes);
+    if (copy) {
+        CopyMemory(copy, text, bytes);
+    }
     return copy;
 }
 
@@ -75,29 +72,35 @@ void FillStreamCaps(const ModeConfig& mode, VIDEO_STREAM_CONFIG_CAPS* caps) {
 // The parts of a type that pick a mode: subtype, format type and, with a block, the frame size.
 bool TypeSelectsMode(const AM_MEDIA_TYPE& type, const ModeConfig& mode) {
     MediaType modeType;
-    if (FAILED(BuildMediaType(mode, modeType.get()))) return false;
+    if (FAILED(BuildMediaType(mode, modeType.get()))) {
+        return false;
+    }
     if (!IsEqualGUID(type.majortype, modeType->majortype) ||
         !IsEqualGUID(type.subtype, modeType->subtype) ||
         !IsEqualGUID(type.formattype, modeType->formattype)) {
         return false;
     }
-    if (mode.format == FormatBlock::None) return true;
+    if (mode.format == FormatBlock::None) {
+        return true;
+    }
     const BITMAPINFOHEADER* wanted = BitmapHeaderOf(type);
     return wanted && wanted->biWidth == mode.width && wanted->biHeight == mode.height;
 }
 
 }  // namespace
 
-CapturePin::CapturePin(CaptureFilter* filter) : filter_(filter) {}
+CapturePin::CapturePin(CaptureFilter* filter) : m_filter(filter) {}
 
 CapturePin::~CapturePin() {
-    streamer_.Stop();
+    m_streamer.Stop();
 }
 
 STDMETHODIMP CapturePin::QueryInterface(REFIID riid, void** object) {
-    if (!object) return E_POINTER;
+    if (!object) {
+        return E_POINTER;
+    }
     *object = nullptr;
-    const DeviceSettings& settings = filter_->Settings();
+    const DeviceSettings& settings = m_filter->Settings();
     if (riid == IID_IUnknown || riid == IID_IPin) {
         *object = static_cast<IPin*>(this);
     } else if (riid == IID_IAMStreamConfig && settings.streamConfig) {
@@ -114,49 +117,77 @@ STDMETHODIMP CapturePin::QueryInterface(REFIID riid, void** object) {
 }
 
 STDMETHODIMP_(ULONG) CapturePin::AddRef() {
-    return filter_->AddRef();
+    return m_filter->AddRef();
 }
 STDMETHODIMP_(ULONG) CapturePin::Release() {
-    return filter_->Release();
+    return m_filter->Release();
 }
 
 // ---- Connection ------------------------------------------------------------------------------
 
 std::vector<MediaType> CapturePin::OfferedTypes() const {
     std::vector<MediaType> types;
-    if (hasSelectedType_) {
-        types.push_back(selectedType_);
+    if (m_hasSelectedType) {
+        types.push_back(m_selectedType);
         return types;
     }
-    for (const auto& mode : filter_->Settings().modes) {
+    const size_t modeCount = m_filter->Settings().modes.size();
+    for (size_t index = 0; index < modeCount; ++index) {
         MediaType type;
-        if (SUCCEEDED(BuildMediaType(mode, type.get()))) types.push_back(type);
+        if (SUCCEEDED(BuildOfferedType(index, type.get()))) {
+            types.push_back(type);
+        }
     }
     return types;
 }
 
+HRESULT CapturePin::BuildOfferedType(size_t modeIndex, AM_MEDIA_TYPE* type) const {
+    const DeviceSettings& settings = m_filter->Settings();
+    const HRESULT hr = BuildMediaType(settings.modes[modeIndex], type);
+    if (FAILED(hr) || settings.faults.shortFormatAt != static_cast<int>(modeIndex)) {
+        return hr;
+    }
+    return TruncateFormatHeader(type);
+}
+
 STDMETHODIMP CapturePin::Connect(IPin* receivePin, const AM_MEDIA_TYPE* type) {
-    if (!receivePin) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
-    if (peer_) return VFW_E_ALREADY_CONNECTED;
-    if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
+    if (!receivePin) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
+    if (m_peer) {
+        return VFW_E_ALREADY_CONNECTED;
+    }
+    if (m_filter->State() != State_Stopped) {
+        return VFW_E_NOT_STOPPED;
+    }
     PIN_DIRECTION direction = PINDIR_OUTPUT;
     HRESULT hr = receivePin->QueryDirection(&direction);
-    if (FAILED(hr)) return hr;
-    if (direction != PINDIR_INPUT) return VFW_E_INVALID_DIRECTION;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (direction != PINDIR_INPUT) {
+        return VFW_E_INVALID_DIRECTION;
+    }
     bool anyCandidate = false;
     for (const auto& candidate : OfferedTypes()) {
-        if (type && !MediaTypeMatchesPartial(*candidate, *type)) continue;
+        if (type && !MediaTypeMatchesPartial(*candidate, *type)) {
+            continue;
+        }
         anyCandidate = true;
-        if (SUCCEEDED(TryConnection(receivePin, *candidate))) return S_OK;
+        if (SUCCEEDED(TryConnection(receivePin, *candidate))) {
+            return S_OK;
+        }
     }
     return anyCandidate ? VFW_E_NO_ACCEPTABLE_TYPES : VFW_E_TYPE_NOT_ACCEPTED;
 }
 
 HRESULT CapturePin::TryConnection(IPin* receivePin, const AM_MEDIA_TYPE& type) {
-    peer_ = receivePin;
-    HRESULT hr = connectionType_.Assign(type);
-    if (SUCCEEDED(hr)) hr = receivePin->ReceiveConnection(this, &type);
+    m_peer = receivePin;
+    HRESULT hr = m_connectionType.Assign(type);
+    if (SUCCEEDED(hr)) {
+        hr = receivePin->ReceiveConnection(this, &type);
+    }
     if (FAILED(hr)) {
         ClearConnection();
         return hr;
@@ -164,21 +195,25 @@ HRESULT CapturePin::TryConnection(IPin* receivePin, const AM_MEDIA_TYPE& type) {
     ComPtr<IMemInputPin> input;
     hr = receivePin->QueryInterface(IID_PPV_ARGS(&input));
     ComPtr<IMemAllocator> allocator;
-    if (SUCCEEDED(hr)) hr = DecideAllocator(input.Get(), &allocator);
+    if (SUCCEEDED(hr)) {
+        hr = DecideAllocator(input.Get(), &allocator);
+    }
     if (FAILED(hr)) {
         receivePin->Disconnect();
         ClearConnection();
         return hr;
     }
-    peerInput_ = input;
-    allocator_ = allocator;
+    m_peerInput = input;
+    m_allocator = allocator;
     return S_OK;
 }
 
 HRESULT CapturePin::DecideAllocator(IMemInputPin* input, IMemAllocator** chosen) {
     ALLOCATOR_PROPERTIES wanted = {};
     // Not every input pin has requirements; E_NOTIMPL leaves them all zero.
-    if (FAILED(input->GetAllocatorRequirements(&wanted))) wanted = ALLOCATOR_PROPERTIES();
+    if (FAILED(input->GetAllocatorRequirements(&wanted))) {
+        wanted = ALLOCATOR_PROPERTIES();
+    }
     ComPtr<IMemAllocator> allocator;
     HRESULT hr = input->GetAllocator(&allocator);
     if (SUCCEEDED(hr) && allocator) {
@@ -191,9 +226,13 @@ HRESULT CapturePin::DecideAllocator(IMemInputPin* input, IMemAllocator** chosen)
     allocator.Reset();
     hr = CoCreateInstance(CLSID_MemoryAllocator, nullptr, CLSCTX_INPROC_SERVER,
                           IID_PPV_ARGS(&allocator));
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     hr = ConfigureAllocator(allocator.Get(), wanted, input);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     *chosen = allocator.Detach();
     return S_OK;
 }
@@ -207,16 +246,20 @@ HRESULT CapturePin::ConfigureAllocator(IMemAllocator* allocator, const ALLOCATOR
     request.cbPrefix = wanted.cbPrefix;
     ALLOCATOR_PROPERTIES actual = {};
     HRESULT hr = allocator->SetProperties(&request, &actual);
-    if (FAILED(hr)) return hr;
-    if (actual.cbBuffer < static_cast<long>(FrameBytes())) return E_FAIL;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    if (actual.cbBuffer < static_cast<long>(FrameBytes())) {
+        return E_FAIL;
+    }
     return input->NotifyAllocator(allocator, FALSE);
 }
 
 void CapturePin::ClearConnection() {
-    peer_.Reset();
-    peerInput_.Reset();
-    allocator_.Reset();
-    connectionType_.Clear();
+    m_peer.Reset();
+    m_peerInput.Reset();
+    m_allocator.Reset();
+    m_connectionType.Clear();
 }
 
 STDMETHODIMP CapturePin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) {
@@ -225,37 +268,51 @@ STDMETHODIMP CapturePin::ReceiveConnection(IPin*, const AM_MEDIA_TYPE*) {
 }
 
 STDMETHODIMP CapturePin::Disconnect() {
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
-    if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
-    if (!peer_) return S_FALSE;
-    streamer_.Stop();
-    if (allocator_) allocator_->Decommit();
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
+    if (m_filter->State() != State_Stopped) {
+        return VFW_E_NOT_STOPPED;
+    }
+    if (!m_peer) {
+        return S_FALSE;
+    }
+    m_streamer.Stop();
+    if (m_allocator) {
+        m_allocator->Decommit();
+    }
     ClearConnection();
     return S_OK;
 }
 
 STDMETHODIMP CapturePin::ConnectedTo(IPin** pin) {
-    if (!pin) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
-    *pin = peer_.Get();
-    if (!*pin) return VFW_E_NOT_CONNECTED;
+    if (!pin) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
+    *pin = m_peer.Get();
+    if (!*pin) {
+        return VFW_E_NOT_CONNECTED;
+    }
     (*pin)->AddRef();
     return S_OK;
 }
 
 STDMETHODIMP CapturePin::ConnectionMediaType(AM_MEDIA_TYPE* type) {
-    if (!type) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
-    if (!peer_) {
+    if (!type) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
+    if (!m_peer) {
         ZeroMemory(type, sizeof(*type));
         return VFW_E_NOT_CONNECTED;
     }
-    return CopyMediaType(type, *connectionType_);
+    return CopyMediaType(type, *m_connectionType);
 }
 
 STDMETHODIMP CapturePin::QueryPinInfo(PIN_INFO* info) {
-    if (!info) return E_POINTER;
-    info->pFilter = filter_;
+    if (!info) {
+        return E_POINTER;
+    }
+    info->pFilter = m_filter;
     info->pFilter->AddRef();
     info->dir = PINDIR_OUTPUT;
     wcsncpy(info->achName, kPinName, MAX_PIN_NAME);
@@ -264,29 +321,39 @@ STDMETHODIMP CapturePin::QueryPinInfo(PIN_INFO* info) {
 }
 
 STDMETHODIMP CapturePin::QueryDirection(PIN_DIRECTION* direction) {
-    if (!direction) return E_POINTER;
+    if (!direction) {
+        return E_POINTER;
+    }
     *direction = PINDIR_OUTPUT;
     return S_OK;
 }
 
 STDMETHODIMP CapturePin::QueryId(LPWSTR* id) {
-    if (!id) return E_POINTER;
+    if (!id) {
+        return E_POINTER;
+    }
     *id = CopyToTaskMemory(kPinName);
     return *id ? S_OK : E_OUTOFMEMORY;
 }
 
 STDMETHODIMP CapturePin::QueryAccept(const AM_MEDIA_TYPE* type) {
-    if (!type) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (!type) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
     for (const auto& offered : OfferedTypes()) {
-        if (MediaTypesEqual(*offered, *type)) return S_OK;
+        if (MediaTypesEqual(*offered, *type)) {
+            return S_OK;
+        }
     }
     return S_FALSE;
 }
 
 STDMETHODIMP CapturePin::EnumMediaTypes(IEnumMediaTypes** types) {
-    if (!types) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (!types) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
     *types = new (std::nothrow) MediaTypeEnumerator(OfferedTypes());
     return *types ? S_OK : E_OUTOFMEMORY;
 }
@@ -310,100 +377,146 @@ STDMETHODIMP CapturePin::NewSegment(REFERENCE_TIME, REFERENCE_TIME, double) {
 // ---- Modes -----------------------------------------------------------------------------------
 
 const ModeConfig* CapturePin::FindMode(const AM_MEDIA_TYPE& type) const {
-    for (const auto& mode : filter_->Settings().modes) {
-        if (TypeSelectsMode(type, mode)) return &mode;
+    for (const auto& mode : m_filter->Settings().modes) {
+        if (TypeSelectsMode(type, mode)) {
+            return &mode;
+        }
     }
     return nullptr;
 }
 
 DWORD CapturePin::FrameBytes() const {
     // A type without a format block still belongs to a mode, which knows the frame size.
-    const ModeConfig* mode = FindMode(*connectionType_);
+    const ModeConfig* mode = FindMode(*m_connectionType);
     DWORD bytes = 0;
     if (mode) {
         bytes = ImageSize(mode->subtype, mode->width, mode->height);
-    } else if (const BITMAPINFOHEADER* header = BitmapHeaderOf(*connectionType_)) {
-        bytes = ImageSize(connectionType_->subtype, header->biWidth, header->biHeight);
+    } else if (const BITMAPINFOHEADER* header = BitmapHeaderOf(*m_connectionType)) {
+        bytes = ImageSize(m_connectionType->subtype, header->biWidth, header->biHeight);
     }
     return std::max<DWORD>(bytes, 1);
 }
 
 REFERENCE_TIME CapturePin::FrameInterval() const {
-    REFERENCE_TIME interval = AvgTimePerFrameOf(*connectionType_);
+    REFERENCE_TIME interval = AvgTimePerFrameOf(*m_connectionType);
     if (interval <= 0) {
-        const ModeConfig* mode = FindMode(*connectionType_);
-        if (mode) interval = mode->avgTimePerFrame;
+        const ModeConfig* mode = FindMode(*m_connectionType);
+        if (mode) {
+            interval = mode->avgTimePerFrame;
+        }
     }
     return interval > 0 ? interval : kDefaultFrameInterval;
 }
 
 STDMETHODIMP CapturePin::SetFormat(AM_MEDIA_TYPE* type) {
-    if (!type) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (!type) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
     const ModeConfig* mode = FindMode(*type);
-    if (!mode) return VFW_E_INVALIDMEDIATYPE;
+    if (!mode) {
+        return VFW_E_INVALIDMEDIATYPE;
+    }
     MediaType chosen;
     HRESULT hr = chosen.Assign(*type);
-    if (FAILED(hr)) return hr;
-    if (peer_) {
-        if (MediaTypesEqual(*connectionType_, *chosen)) return S_OK;
-        if (filter_->State() != State_Stopped) return VFW_E_NOT_STOPPED;
-        if (peer_->QueryAccept(chosen.get()) != S_OK) return VFW_E_INVALIDMEDIATYPE;
+    if (FAILED(hr)) {
+        return hr;
     }
-    selectedType_ = chosen;
-    hasSelectedType_ = true;
-    return peer_ ? ReconnectWith(*chosen) : S_OK;
+    if (m_peer) {
+        if (MediaTypesEqual(*m_connectionType, *chosen)) {
+            return S_OK;
+        }
+        if (m_filter->State() != State_Stopped) {
+            return VFW_E_NOT_STOPPED;
+        }
+        if (m_peer->QueryAccept(chosen.get()) != S_OK) {
+            return VFW_E_INVALIDMEDIATYPE;
+        }
+    }
+    m_selectedType = chosen;
+    m_hasSelectedType = true;
+    return m_peer ? ReconnectWith(*chosen) : S_OK;
 }
 
 HRESULT CapturePin::ReconnectWith(const AM_MEDIA_TYPE& type) {
-    IFilterGraph* graph = filter_->Graph();
-    if (!graph) return VFW_E_NOT_IN_GRAPH;
-    ComPtr<IPin> peer = peer_;
+    IFilterGraph* graph = m_filter->Graph();
+    if (!graph) {
+        return VFW_E_NOT_IN_GRAPH;
+    }
+    ComPtr<IPin> peer = m_peer;
     MediaType copy;
     HRESULT hr = copy.Assign(type);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     hr = peer->Disconnect();
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     Disconnect();
     return graph->ConnectDirect(this, peer.Get(), copy.get());
 }
 
 STDMETHODIMP CapturePin::GetFormat(AM_MEDIA_TYPE** type) {
-    if (!type) return E_POINTER;
-    std::lock_guard<std::recursive_mutex> lock(filter_->Lock());
+    if (!type) {
+        return E_POINTER;
+    }
+    std::lock_guard<std::recursive_mutex> lock(m_filter->Lock());
     *type = nullptr;
-    if (peer_) {
-        *type = CreateMediaTypeCopy(*connectionType_);
+    if (m_peer) {
+        *type = CreateMediaTypeCopy(*m_connectionType);
     } else {
         const auto offered = OfferedTypes();
-        if (offered.empty()) return VFW_E_NO_TYPES;
+        if (offered.empty()) {
+            return VFW_E_NO_TYPES;
+        }
         *type = CreateMediaTypeCopy(*offered.front());
     }
     return *type ? S_OK : E_OUTOFMEMORY;
 }
 
 STDMETHODIMP CapturePin::GetNumberOfCapabilities(int* count, int* size) {
-    if (!count || !size) return E_POINTER;
-    if (filter_->Settings().faults.failCapsCount) return E_FAIL;
-    *count = static_cast<int>(filter_->Settings().modes.size());
-    *size = sizeof(VIDEO_STREAM_CONFIG_CAPS);
+    if (!count || !size) {
+        return E_POINTER;
+    }
+    if (m_filter->Settings().faults.failCapsCount) {
+        return E_FAIL;
+    }
+    const FaultConfig& faults = m_filter->Settings().faults;
+    *count = static_cast<int>(m_filter->Settings().modes.size());
+    // A lying driver states one size here and still writes a whole record in GetStreamCaps.
+    *size = faults.statedCapsSize >= 0 ? faults.statedCapsSize
+                                       : static_cast<int>(sizeof(VIDEO_STREAM_CONFIG_CAPS));
     return S_OK;
 }
 
 STDMETHODIMP CapturePin::GetStreamCaps(int index, AM_MEDIA_TYPE** type, BYTE* caps) {
-    if (!type || !caps) return E_POINTER;
-    const DeviceSettings& settings = filter_->Settings();
-    if (settings.faults.delayCapsMs) Sleep(settings.faults.delayCapsMs);
-    if (settings.faults.crashCaps) CrashLikeABrokenDriver();
-    if (settings.faults.failCapsAt == index) return E_FAIL;
-    if (index < 0 || static_cast<size_t>(index) >= settings.modes.size()) return S_FALSE;
-    const ModeConfig& mode = settings.modes[index];
+    if (!type || !caps) {
+        return E_POINTER;
+    }
+    const DeviceSettings& settings = m_filter->Settings();
+    if (settings.faults.delayCapsMs) {
+        Sleep(settings.faults.delayCapsMs);
+    }
+    if (settings.faults.crashCaps) {
+        CrashLikeABrokenDriver();
+    }
+    if (settings.faults.failCapsAt == index) {
+        return E_FAIL;
+    }
+    if (index < 0 || static_cast<size_t>(index) >= settings.modes.size()) {
+        return S_FALSE;
+    }
     MediaType built;
-    HRESULT hr = BuildMediaType(mode, built.get());
-    if (FAILED(hr)) return hr;
+    HRESULT hr = BuildOfferedType(static_cast<size_t>(index), built.get());
+    if (FAILED(hr)) {
+        return hr;
+    }
     *type = CreateMediaTypeCopy(*built);
-    if (!*type) return E_OUTOFMEMORY;
-    FillStreamCaps(mode, reinterpret_cast<VIDEO_STREAM_CONFIG_CAPS*>(caps));
+    if (!*type) {
+        return E_OUTOFMEMORY;
+    }
+    FillStreamCaps(settings.modes[index], reinterpret_cast<VIDEO_STREAM_CONFIG_CAPS*>(caps));
     return S_OK;
 }
 
@@ -415,43 +528,67 @@ STDMETHODIMP CapturePin::Set(REFGUID, DWORD, void*, DWORD, void*, DWORD) {
 
 STDMETHODIMP CapturePin::Get(REFGUID set, DWORD id, void*, DWORD, void* data, DWORD dataSize,
                              DWORD* returned) {
-    if (!IsEqualGUID(set, AMPROPSETID_Pin)) return E_PROP_SET_UNSUPPORTED;
-    if (id != AMPROPERTY_PIN_CATEGORY) return E_PROP_ID_UNSUPPORTED;
-    const DeviceSettings& settings = filter_->Settings();
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) {
+        return E_PROP_SET_UNSUPPORTED;
+    }
+    if (id != AMPROPERTY_PIN_CATEGORY) {
+        return E_PROP_ID_UNSUPPORTED;
+    }
+    const DeviceSettings& settings = m_filter->Settings();
     const GUID category = settings.category == CategoryAnswer::Custom ? settings.customCategory
                                                                       : PIN_CATEGORY_CAPTURE;
     // A "short" answer stands for a driver that reports only part of the GUID.
     const DWORD answerSize =
         settings.category == CategoryAnswer::Short ? sizeof(GUID) / 2 : sizeof(GUID);
     if (!data) {
-        if (!returned) return E_POINTER;
+        if (!returned) {
+            return E_POINTER;
+        }
         *returned = answerSize;
         return S_OK;
     }
-    if (dataSize < answerSize) return E_UNEXPECTED;
+    if (dataSize < answerSize) {
+        return E_UNEXPECTED;
+    }
     CopyMemory(data, &category, answerSize);
-    if (returned) *returned = answerSize;
+    if (returned) {
+        *returned = answerSize;
+    }
     return S_OK;
 }
 
 STDMETHODIMP CapturePin::QuerySupported(REFGUID set, DWORD id, DWORD* support) {
-    if (!IsEqualGUID(set, AMPROPSETID_Pin)) return E_PROP_SET_UNSUPPORTED;
-    if (id != AMPROPERTY_PIN_CATEGORY) return E_PROP_ID_UNSUPPORTED;
-    if (support) *support = KSPROPERTY_SUPPORT_GET;
+    if (!IsEqualGUID(set, AMPROPSETID_Pin)) {
+        return E_PROP_SET_UNSUPPORTED;
+    }
+    if (id != AMPROPERTY_PIN_CATEGORY) {
+        return E_PROP_ID_UNSUPPORTED;
+    }
+    if (support) {
+        *support = KSPROPERTY_SUPPORT_GET;
+    }
     return S_OK;
 }
 
 // ---- Mediums ---------------------------------------------------------------------------------
 
 STDMETHODIMP CapturePin::KsQueryMediums(PKSMULTIPLE_ITEM* mediums) {
-    if (!mediums) return E_POINTER;
-    const auto& configured = filter_->Settings().mediums;
+    if (!mediums) {
+        return E_POINTER;
+    }
+    const auto& configured = m_filter->Settings().mediums;
     const ULONG bytes =
         static_cast<ULONG>(sizeof(KSMULTIPLE_ITEM) + configured.size() * sizeof(REGPINMEDIUM));
     auto* list = static_cast<KSMULTIPLE_ITEM*>(CoTaskMemAlloc(bytes));
-    if (!list) return E_OUTOFMEMORY;
+    if (!list) {
+        return E_OUTOFMEMORY;
+    }
     list->Size = bytes;
     list->Count = static_cast<ULONG>(configured.size());
+    if (m_filter->Settings().faults.shortMediumList && !configured.empty()) {
+        // Every medium is in the list, but its Size leaves the last one out.
+        list->Size -= sizeof(REGPINMEDIUM);
+    }
     auto* items = reinterpret_cast<REGPINMEDIUM*>(list + 1);
     for (size_t i = 0; i < configured.size(); ++i) {
         items[i].clsMedium = configured[i].set;
@@ -503,40 +640,52 @@ STDMETHODIMP CapturePin::KsQualityNotify(ULONG, REFERENCE_TIME) {
 // ---- Streaming -------------------------------------------------------------------------------
 
 HRESULT CapturePin::Activate() {
-    if (!allocator_) return S_OK;
-    return allocator_->Commit();
+    if (!m_allocator) {
+        return S_OK;
+    }
+    return m_allocator->Commit();
 }
 
 void CapturePin::Deactivate() {
-    // Decommitting first releases a streaming thread that waits in GetBuffer.
-    streamer_.RequestStop();
-    if (allocator_) allocator_->Decommit();
-    streamer_.Stop();
-    nextCounter_ = streamer_.NextCounter() > nextCounter_ ? streamer_.NextCounter() : nextCounter_;
+    EndStreamingThread();
+}
+
+void CapturePin::EndStreamingThread() {
+    // The thread may wait in GetBuffer for a sample downstream still holds: decommitting the
+    // allocator first releases it.
+    m_streamer.RequestStop();
+    if (m_allocator) {
+        m_allocator->Decommit();
+    }
+    m_streamer.Stop();
+    // The next run's frames go on counting where this one stopped.
+    m_nextCounter = std::max(m_streamer.NextCounter(), m_nextCounter);
 }
 
 HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start) {
     FinishStreaming();
-    if (!peer_ || deviceLost_) return S_OK;
-    const FaultConfig& faults = filter_->Settings().faults;
+    if (!m_peer || m_deviceLost) {
+        return S_OK;
+    }
+    const FaultConfig& faults = m_filter->Settings().faults;
     StreamSession session;
-    session.allocator = allocator_;
-    session.input = peerInput_;
-    session.subtype = connectionType_->subtype;
-    const ModeConfig* mode = FindMode(*connectionType_);
+    session.allocator = m_allocator;
+    session.input = m_peerInput;
+    session.subtype = m_connectionType->subtype;
+    const ModeConfig* mode = FindMode(*m_connectionType);
     session.width = mode ? mode->width : 0;
     session.height = mode ? mode->height : 0;
     session.frameInterval = FrameInterval();
     session.clock = clock;
     session.streamStart = start;
-    session.firstCounter = nextCounter_;
+    session.firstCounter = m_nextCounter;
     session.crash = faults.crashStreaming;
     session.framesUntilLost = faults.unplugAfterFrames;
     session.deviceLost = [this] {
-        deviceLost_ = true;
-        filter_->NotifyDeviceLost();
+        m_deviceLost = true;
+        m_filter->NotifyDeviceLost();
     };
-    streamer_.Start(std::move(session));
+    m_streamer.Start(std::move(session));
     return S_OK;
 }
 
@@ -545,18 +694,18 @@ void CapturePin::StopStreaming() {
     // the renderer first, and a paused renderer holds the sample in Receive until it runs or
     // stops, so waiting here could wait forever. The thread is collected when the graph runs
     // again (FinishStreaming) or stops (Deactivate); by then the renderer lets go.
-    streamer_.RequestStop();
+    m_streamer.RequestStop();
 }
 
 void CapturePin::FinishStreaming() {
-    if (!streamer_.IsRunning()) return;
-    // The thread may wait in GetBuffer for a sample downstream still holds: decommit to free it,
-    // then commit again because a paused filter keeps its allocator ready.
-    streamer_.RequestStop();
-    if (allocator_) allocator_->Decommit();
-    streamer_.Stop();
-    nextCounter_ = streamer_.NextCounter() > nextCounter_ ? streamer_.NextCounter() : nextCounter_;
-    if (allocator_) allocator_->Commit();
+    if (!m_streamer.IsRunning()) {
+        return;
+    }
+    EndStreamingThread();
+    // Committed again: a paused filter keeps its allocator ready.
+    if (m_allocator) {
+        m_allocator->Commit();
+    }
 }
 
 }  // namespace VirtualCamera

@@ -82,12 +82,16 @@ public:
     void Deactivate();   // -> Stopped: stops streaming, decommits the allocator.
     HRESULT StartStreaming(IReferenceClock* clock, REFERENCE_TIME start);
     void StopStreaming();  // Running -> Paused: delivery ends; the thread is collected later.
-    bool IsConnected() const { return peer_ != nullptr; }
+    bool IsConnected() const { return m_peer != nullptr; }
 
 private:
     // Waits for the streaming thread of an earlier run to end.
     void FinishStreaming();
+    // Stops the streaming thread and waits for it, leaving the allocator decommitted.
+    void EndStreamingThread();
     std::vector<MediaType> OfferedTypes() const;
+    // The media type the pin hands out for one of its modes, faults included.
+    HRESULT BuildOfferedType(size_t modeIndex, AM_MEDIA_TYPE* type) const;
     HRESULT TryConnection(IPin* receivePin, const AM_MEDIA_TYPE& type);
     HRESULT DecideAllocator(IMemInputPin* input, IMemAllocator** chosen);
     HRESULT ConfigureAllocator(IMemAllocator* allocator, const ALLOCATOR_PROPERTIES& wanted,
@@ -98,16 +102,16 @@ private:
     REFERENCE_TIME FrameInterval() const;
     HRESULT ReconnectWith(const AM_MEDIA_TYPE& type);
 
-    CaptureFilter* filter_;
-    Microsoft::WRL::ComPtr<IPin> peer_;
-    Microsoft::WRL::ComPtr<IMemInputPin> peerInput_;
-    Microsoft::WRL::ComPtr<IMemAllocator> allocator_;
-    MediaType connectionType_;
-    MediaType selectedType_;  // Set by IAMStreamConfig::SetFormat.
-    bool hasSelectedType_ = false;
-    std::atomic<bool> deviceLost_{false};
-    uint32_t nextCounter_ = 0;
-    FrameStreamer streamer_;
+    CaptureFilter* m_filter;
+    Microsoft::WRL::ComPtr<IPin> m_peer;
+    Microsoft::WRL::ComPtr<IMemInputPin> m_peerInput;
+    Microsoft::WRL::ComPtr<IMemAllocator> m_allocator;
+    MediaType m_connectionType;
+    MediaType m_selectedType;  // Set by IAMStreamConfig::SetFormat.
+    bool m_hasSelectedType = false;
+    std::atomic<bool> m_deviceLost{false};
+    uint32_t m_nextCounter = 0;
+    FrameStreamer m_streamer;
 };
 
 }  // namespace VirtualCamera

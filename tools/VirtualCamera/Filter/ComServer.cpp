@@ -10,36 +10,28 @@
 
 #include "tools/VirtualCamera/Config/DeviceConfig.h"
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/SystemHelpers.h"
 #include "tools/VirtualCamera/Filter/CaptureFilter.h"
+#include "tools/VirtualCamera/Filter/ComObject.h"
 #include "tools/VirtualCamera/Filter/ModuleLifetime.h"
 
 namespace VirtualCamera {
 namespace {
 
-class FilterFactory final : public IClassFactory {
+class FilterFactory final : public SingleInterfaceObject<IClassFactory, &IID_IClassFactory> {
 public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** object) override {
-        if (!object) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IClassFactory) {
-            *object = static_cast<IClassFactory*>(this);
-            AddRef();
-            return S_OK;
+    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** object) override {
+        if (!object) {
+            return E_POINTER;
         }
         *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return ++references_; }
-    STDMETHODIMP_(ULONG) Release() override {
-        const ULONG remaining = --references_;
-        if (remaining == 0) delete this;
-        return remaining;
-    }
-    STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** object) override {
-        if (!object) return E_POINTER;
-        *object = nullptr;
-        if (outer) return CLASS_E_NOAGGREGATION;
+        if (outer) {
+            return CLASS_E_NOAGGREGATION;
+        }
         auto* filter = new (std::nothrow) CaptureFilter();
-        if (!filter) return E_OUTOFMEMORY;
+        if (!filter) {
+            return E_OUTOFMEMORY;
+        }
         const HRESULT hr = filter->QueryInterface(riid, object);
         filter->Release();
         return hr;
@@ -50,8 +42,7 @@ public:
     }
 
 private:
-    ModuleReference module_;
-    std::atomic<ULONG> references_{1};
+    ~FilterFactory() override = default;
 };
 
 std::wstring ClsidKeyPath() {
@@ -67,24 +58,12 @@ HRESULT WriteKey(const std::wstring& path, const wchar_t* name, const std::wstri
     HKEY key = nullptr;
     LSTATUS status = RegCreateKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, nullptr, 0, KEY_WRITE,
                                      nullptr, &key, nullptr);
-    if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
+    if (status != ERROR_SUCCESS) {
+        return HRESULT_FROM_WIN32(status);
+    }
     status = SetStringValue(key, name, value);
     RegCloseKey(key);
     return status == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(status);
-}
-
-std::wstring ModulePath() {
-    std::wstring path(MAX_PATH, L'\0');
-    while (true) {
-        const DWORD length =
-            GetModuleFileNameW(ModuleHandle(), &path[0], static_cast<DWORD>(path.size()));
-        if (length == 0) return std::wstring();
-        if (length < path.size()) {
-            path.resize(length);
-            return path;
-        }
-        path.resize(path.size() * 2);
-    }
 }
 
 }  // namespace
@@ -101,11 +80,17 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 }
 
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** object) {
-    if (!object) return E_POINTER;
+    if (!object) {
+        return E_POINTER;
+    }
     *object = nullptr;
-    if (!IsEqualCLSID(clsid, CLSID_VirtualCameraFilter)) return CLASS_E_CLASSNOTAVAILABLE;
+    if (!IsEqualCLSID(clsid, CLSID_VirtualCameraFilter)) {
+        return CLASS_E_CLASSNOTAVAILABLE;
+    }
     auto* factory = new (std::nothrow) FilterFactory();
-    if (!factory) return E_OUTOFMEMORY;
+    if (!factory) {
+        return E_OUTOFMEMORY;
+    }
     const HRESULT hr = factory->QueryInterface(riid, object);
     factory->Release();
     return hr;
@@ -116,13 +101,19 @@ STDAPI DllCanUnloadNow() {
 }
 
 STDAPI DllRegisterServer() {
-    const std::wstring path = ModulePath();
-    if (path.empty()) return SELFREG_E_CLASS;
+    const std::wstring path = ModuleFilePath(ModuleHandle());
+    if (path.empty()) {
+        return SELFREG_E_CLASS;
+    }
     const std::wstring clsidKey = ClsidKeyPath();
     HRESULT hr = WriteKey(clsidKey, nullptr, L"Virtual Camera");
-    if (SUCCEEDED(hr)) hr = WriteKey(clsidKey + L"\\InprocServer32", nullptr, path);
+    if (SUCCEEDED(hr)) {
+        hr = WriteKey(clsidKey + L"\\InprocServer32", nullptr, path);
+    }
     // The filter locks its own state, and the graph may call it from any thread.
-    if (SUCCEEDED(hr)) hr = WriteKey(clsidKey + L"\\InprocServer32", L"ThreadingModel", L"Both");
+    if (SUCCEEDED(hr)) {
+        hr = WriteKey(clsidKey + L"\\InprocServer32", L"ThreadingModel", L"Both");
+    }
     return SUCCEEDED(hr) ? S_OK : SELFREG_E_CLASS;
 }
 

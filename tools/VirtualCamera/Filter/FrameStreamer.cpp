@@ -6,17 +6,11 @@
 
 #include "tools/VirtualCamera/Config/FramePattern.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
+#include "tools/VirtualCamera/Filter/BrokenDriver.h"
 #include "tools/VirtualCamera/Filter/JpegEncoder.h"
 
 namespace VirtualCamera {
 namespace {
-
-// Stands for a driver bug: a write through a pointer that was never valid.
-void CrashLikeABrokenDriver() {
-    // The address goes through a volatile variable so the compiler cannot see it is invalid.
-    volatile uintptr_t address = 0x10;
-    *reinterpret_cast<volatile int*>(address) = 1;
-}
 
 std::chrono::steady_clock::duration ToDuration(REFERENCE_TIME units) {
     return std::chrono::microseconds(units / 10);
@@ -24,121 +18,143 @@ std::chrono::steady_clock::duration ToDuration(REFERENCE_TIME units) {
 
 class ComApartment {
 public:
-    ComApartment() : initialized_(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
+    ComApartment() : m_initialized(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {}
     ~ComApartment() {
-        if (initialized_) CoUninitialize();
+        if (m_initialized) {
+            CoUninitialize();
+        }
     }
 
 private:
-    bool initialized_;
+    bool m_initialized;
 };
 
 }  // namespace
 
 void FrameStreamer::Start(StreamSession session) {
     Stop();
-    session_ = std::move(session);
-    nextCounter_ = session_.firstCounter;
-    framesSent_ = 0;
-    stopRequested_ = false;
-    thread_ = std::thread([this] { Loop(); });
+    m_session = std::move(session);
+    m_nextCounter = m_session.firstCounter;
+    m_framesSent = 0;
+    m_stopRequested = false;
+    m_thread = std::thread([this] { Loop(); });
 }
 
 void FrameStreamer::RequestStop() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopRequested_ = true;
-    wake_.notify_all();
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_stopRequested = true;
+    m_wake.notify_all();
 }
 
 void FrameStreamer::Stop() {
-    if (!thread_.joinable()) return;
+    if (!m_thread.joinable()) {
+        return;
+    }
     RequestStop();
-    thread_.join();
+    m_thread.join();
     // Drop every reference the session held: nothing of the graph may outlive streaming.
-    session_ = StreamSession();
+    m_session = StreamSession();
 }
 
 bool FrameStreamer::WaitUntilDue(std::chrono::steady_clock::time_point due) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return !wake_.wait_until(lock, due, [this] { return stopRequested_; });
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return !m_wake.wait_until(lock, due, [this] { return m_stopRequested; });
 }
 
 void FrameStreamer::Loop() {
     ComApartment apartment;
     std::unique_ptr<JpegEncoder> jpeg;
-    if (LayoutOfSubtype(session_.subtype) == PixelLayout::MJPG) {
-        jpeg = std::make_unique<JpegEncoder>(session_.width, session_.height);
+    if (LayoutOfSubtype(m_session.subtype) == PixelLayout::MJPG) {
+        jpeg = std::make_unique<JpegEncoder>(m_session.width, m_session.height);
     }
-    const auto interval = ToDuration(session_.frameInterval);
+    const auto interval = ToDuration(m_session.frameInterval);
     auto due = std::chrono::steady_clock::now();
     REFERENCE_TIME lastStart = 0;
     bool first = true;
     while (WaitUntilDue(due)) {
-        if (session_.crash) CrashLikeABrokenDriver();
-        if (session_.framesUntilLost >= 0 && framesSent_ >= session_.framesUntilLost) {
-            if (session_.deviceLost) session_.deviceLost();
+        if (m_session.crash) {
+            CrashLikeABrokenDriver();
+        }
+        if (m_session.framesUntilLost >= 0 && m_framesSent >= m_session.framesUntilLost) {
+            if (m_session.deviceLost) {
+                m_session.deviceLost();
+            }
             break;
         }
         const HRESULT hr = DeliverFrame(jpeg.get(), first, &lastStart);
         // S_FALSE: downstream wants no more; a failure: the allocator was decommitted (stopping).
-        if (hr != S_OK) break;
+        if (hr != S_OK) {
+            break;
+        }
         first = false;
         due += interval;
         const auto now = std::chrono::steady_clock::now();
         // After a long stall start afresh instead of sending a burst of late frames.
-        if (now - due > 4 * interval) due = now;
+        if (now - due > 4 * interval) {
+            due = now;
+        }
     }
     // Stay until asked to stop, so Stop always finds the thread at a known point.
-    std::unique_lock<std::mutex> lock(mutex_);
-    wake_.wait(lock, [this] { return stopRequested_; });
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_wake.wait(lock, [this] { return m_stopRequested; });
 }
 
 HRESULT FrameStreamer::DeliverFrame(JpegEncoder* jpeg, bool first, REFERENCE_TIME* lastStart) {
     Microsoft::WRL::ComPtr<IMediaSample> sample;
-    HRESULT hr = session_.allocator->GetBuffer(&sample, nullptr, nullptr, 0);
-    if (FAILED(hr)) return hr;
+    HRESULT hr = m_session.allocator->GetBuffer(&sample, nullptr, nullptr, 0);
+    if (FAILED(hr)) {
+        return hr;
+    }
     hr = FillSample(sample.Get(), jpeg);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     StampSample(sample.Get(), first, lastStart);
-    hr = session_.input->Receive(sample.Get());
-    ++nextCounter_;
-    ++framesSent_;
+    hr = m_session.input->Receive(sample.Get());
+    ++m_nextCounter;
+    ++m_framesSent;
     return hr;
 }
 
 HRESULT FrameStreamer::FillSample(IMediaSample* sample, JpegEncoder* jpeg) {
     BYTE* data = nullptr;
     HRESULT hr = sample->GetPointer(&data);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
     const long capacity = sample->GetSize();
-    const uint32_t counter = nextCounter_;
+    const uint32_t counter = m_nextCounter;
     if (jpeg) {
         const std::vector<BYTE> frame = AddCounterToJpeg(jpeg->PictureFor(counter), counter);
-        if (frame.size() > static_cast<size_t>(capacity) || frame.size() < 4) return E_FAIL;
+        if (frame.size() > static_cast<size_t>(capacity) || frame.size() < 4) {
+            return E_FAIL;
+        }
         CopyMemory(data, frame.data(), frame.size());
         return sample->SetActualDataLength(static_cast<long>(frame.size()));
     }
-    const DWORD imageSize = ImageSize(session_.subtype, session_.width, session_.height);
+    const DWORD imageSize = ImageSize(m_session.subtype, m_session.width, m_session.height);
     const long length = imageSize != 0 && static_cast<long>(imageSize) <= capacity
                             ? static_cast<long>(imageSize)
                             : capacity;
-    PaintFrame(session_.subtype, session_.width, session_.height, counter, data,
+    PaintFrame(m_session.subtype, m_session.width, m_session.height, counter, data,
                static_cast<size_t>(length));
     return sample->SetActualDataLength(length);
 }
 
 void FrameStreamer::StampSample(IMediaSample* sample, bool first, REFERENCE_TIME* lastStart) {
-    REFERENCE_TIME start = static_cast<REFERENCE_TIME>(framesSent_) * session_.frameInterval;
+    REFERENCE_TIME start = static_cast<REFERENCE_TIME>(m_framesSent) * m_session.frameInterval;
     REFERENCE_TIME now = 0;
-    if (session_.clock && SUCCEEDED(session_.clock->GetTime(&now))) {
-        start = now - session_.streamStart;
+    if (m_session.clock && SUCCEEDED(m_session.clock->GetTime(&now))) {
+        start = now - m_session.streamStart;
     }
     // Stream times only move forward, even when the clock is coarse.
-    if (!first && start <= *lastStart) start = *lastStart + 1;
+    if (!first && start <= *lastStart) {
+        start = *lastStart + 1;
+    }
     *lastStart = start;
-    REFERENCE_TIME end = start + session_.frameInterval;
+    REFERENCE_TIME end = start + m_session.frameInterval;
     sample->SetTime(&start, &end);
-    LONGLONG mediaStart = nextCounter_;
+    LONGLONG mediaStart = m_nextCounter;
     LONGLONG mediaEnd = mediaStart + 1;
     sample->SetMediaTime(&mediaStart, &mediaEnd);
     sample->SetSyncPoint(TRUE);

@@ -46,10 +46,10 @@ public:
     // Joins the thread. The caller decommits the allocator first if a GetBuffer may be blocked.
     void Stop();
     void RequestStop();
-    bool IsRunning() const { return thread_.joinable(); }
+    bool IsRunning() const { return m_thread.joinable(); }
     // The counter the next frame would carry, and the frames sent since Start.
-    uint32_t NextCounter() const { return nextCounter_; }
-    LONG FramesSent() const { return framesSent_; }
+    uint32_t NextCounter() const { return m_nextCounter; }
+    LONG FramesSent() const { return m_framesSent; }
 
 private:
     void Loop();
@@ -58,13 +58,13 @@ private:
     HRESULT FillSample(IMediaSample* sample, JpegEncoder* jpeg);
     void StampSample(IMediaSample* sample, bool first, REFERENCE_TIME* lastStart);
 
-    StreamSession session_;
-    std::thread thread_;
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool stopRequested_ = false;
-    std::atomic<uint32_t> nextCounter_{0};
-    std::atomic<LONG> framesSent_{0};
+    StreamSession m_session;
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    bool m_stopRequested = false;
+    std::atomic<uint32_t> m_nextCounter{0};
+    std::atomic<LONG> m_framesSent{0};
 };
 
 }  // namespace VirtualCamera

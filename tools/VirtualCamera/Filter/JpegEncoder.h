@@ -16,7 +16,7 @@ class JpegEncoder {
 public:
     static constexpr uint32_t kPhases = 16;
 
-    JpegEncoder(LONG width, LONG height) : width_(width), height_(height) {}
+    JpegEncoder(LONG width, LONG height) : m_width(width), m_height(height) {}
 
     // The JPEG of the picture for this frame (without the counter segment); empty on failure.
     // Call on a thread where COM is initialized.
@@ -26,11 +26,11 @@ private:
     HRESULT Encode(uint32_t phase, std::vector<BYTE>* jpeg);
     HRESULT EnsureFactory();
 
-    LONG width_;
-    LONG height_;
-    Microsoft::WRL::ComPtr<IWICImagingFactory> factory_;
-    std::map<uint32_t, std::vector<BYTE>> cache_;
-    std::vector<BYTE> empty_;
+    LONG m_width;
+    LONG m_height;
+    Microsoft::WRL::ComPtr<IWICImagingFactory> m_factory;
+    std::map<uint32_t, std::vector<BYTE>> m_cache;
+    std::vector<BYTE> m_empty;
 };
 
 }  // namespace VirtualCamera

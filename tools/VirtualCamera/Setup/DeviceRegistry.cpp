@@ -3,6 +3,7 @@
 #include <uuids.h>
 
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/SystemHelpers.h"
 #include "tools/VirtualCamera/Config/Variant.h"
 
 using Microsoft::WRL::ComPtr;
@@ -14,7 +15,9 @@ HRESULT WriteString(IPropertyBag* bag, const wchar_t* name, const std::wstring& 
     Variant value;
     value.get()->vt = VT_BSTR;
     value.get()->bstrVal = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
-    if (!value.get()->bstrVal) return E_OUTOFMEMORY;
+    if (!value.get()->bstrVal) {
+        return E_OUTOFMEMORY;
+    }
     return bag->Write(name, value.get());
 }
 
@@ -25,19 +28,11 @@ HRESULT WriteNumber(IPropertyBag* bag, const wchar_t* name, LONG number) {
     return bag->Write(name, value.get());
 }
 
-bool ReadString(IPropertyBag* bag, const wchar_t* name, std::wstring* text) {
-    Variant value;
-    value.get()->vt = VT_BSTR;
-    if (FAILED(bag->Read(name, value.get(), nullptr)) || value->vt != VT_BSTR || !value->bstrVal) {
-        return false;
-    }
-    text->assign(value->bstrVal, SysStringLen(value->bstrVal));
-    return true;
-}
-
 std::wstring DisplayNameOf(IMoniker* moniker) {
     LPOLESTR name = nullptr;
-    if (FAILED(moniker->GetDisplayName(nullptr, nullptr, &name)) || !name) return std::wstring();
+    if (FAILED(moniker->GetDisplayName(nullptr, nullptr, &name)) || !name) {
+        return std::wstring();
+    }
     std::wstring copy = name;
     CoTaskMemFree(name);
     return copy;
@@ -52,10 +47,14 @@ std::wstring InstanceNameOf(const std::wstring& displayName) {
 // Where the property bag of a registered instance keeps its values.
 std::wstring InstanceKeyPath(const std::wstring& displayName) {
     const std::wstring prefix = L"@device:sw:";
-    if (displayName.compare(0, prefix.size(), prefix) != 0) return std::wstring();
+    if (displayName.compare(0, prefix.size(), prefix) != 0) {
+        return std::wstring();
+    }
     const std::wstring rest = displayName.substr(prefix.size());
     const size_t slash = rest.find(L'\\');
-    if (slash == std::wstring::npos) return std::wstring();
+    if (slash == std::wstring::npos) {
+        return std::wstring();
+    }
     return L"CLSID\\" + rest.substr(0, slash) + L"\\Instance\\" + rest.substr(slash + 1);
 }
 
@@ -71,18 +70,14 @@ HRESULT WriteName(IPropertyBag* bag, const wchar_t* key, const NameValue& name) 
     return E_UNEXPECTED;
 }
 
-std::wstring Describe(HRESULT hr) {
-    wchar_t buffer[16] = {};
-    swprintf(buffer, 16, L"0x%08lX", static_cast<unsigned long>(hr));
-    return buffer;
-}
-
 }  // namespace
 
 HRESULT DeviceRegistry::Open() {
-    if (mapper_) return S_OK;
+    if (m_mapper) {
+        return S_OK;
+    }
     return CoCreateInstance(CLSID_FilterMapper2, nullptr, CLSCTX_INPROC_SERVER,
-                            IID_PPV_ARGS(&mapper_));
+                            IID_PPV_ARGS(&m_mapper));
 }
 
 HRESULT DeviceRegistry::Register(const DeviceDescription& device, std::wstring* error) {
@@ -102,22 +97,28 @@ HRESULT DeviceRegistry::Register(const DeviceDescription& device, std::wstring* 
     const std::wstring mapperName =
         device.friendlyName.kind == NameKind::Text ? device.friendlyName.text : device.instanceName;
     ComPtr<IMoniker> moniker;
-    HRESULT hr = mapper_->RegisterFilter(CLSID_VirtualCameraFilter, mapperName.c_str(), &moniker,
-                                         &CLSID_VideoInputDeviceCategory,
-                                         device.instanceName.c_str(), &filter);
+    HRESULT hr = m_mapper->RegisterFilter(CLSID_VirtualCameraFilter, mapperName.c_str(), &moniker,
+                                          &CLSID_VideoInputDeviceCategory,
+                                          device.instanceName.c_str(), &filter);
     if (FAILED(hr) || !moniker) {
-        if (error)
-            *error = L"RegisterFilter failed for '" + device.instanceName + L"': " + Describe(hr);
+        if (error) {
+            *error = L"RegisterFilter failed for '" + device.instanceName + L"': " + HexCode(hr);
+        }
         return FAILED(hr) ? hr : E_FAIL;
     }
     ComPtr<IPropertyBag> bag;
     hr = moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag));
-    if (SUCCEEDED(hr)) hr = WriteNames(device, moniker.Get(), bag.Get());
-    if (SUCCEEDED(hr)) hr = WriteString(bag.Get(), kBagSettings, device.settingsText);
+    if (SUCCEEDED(hr)) {
+        hr = WriteNames(device, moniker.Get(), bag.Get());
+    }
+    if (SUCCEEDED(hr)) {
+        hr = WriteString(bag.Get(), kBagSettings, device.settingsText);
+    }
     if (FAILED(hr)) {
-        if (error)
+        if (error) {
             *error =
-                L"writing the settings of '" + device.instanceName + L"' failed: " + Describe(hr);
+                L"writing the settings of '" + device.instanceName + L"' failed: " + HexCode(hr);
+        }
         Unregister(device.instanceName);
     }
     return hr;
@@ -131,18 +132,26 @@ HRESULT DeviceRegistry::WriteNames(const DeviceDescription& device, IMoniker* mo
     } else {
         hr = WriteName(bag, kBagFriendlyName, device.friendlyName);
     }
-    if (SUCCEEDED(hr)) hr = WriteName(bag, kBagDescription, device.description);
-    if (SUCCEEDED(hr)) hr = WriteName(bag, kBagDevicePath, device.devicePath);
+    if (SUCCEEDED(hr)) {
+        hr = WriteName(bag, kBagDescription, device.description);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = WriteName(bag, kBagDevicePath, device.devicePath);
+    }
     return hr;
 }
 
 HRESULT DeviceRegistry::DeleteBagValue(IMoniker* moniker, const wchar_t* name) {
     // IPropertyBag cannot delete a value; the bag of a registered instance is a registry key.
     const std::wstring path = InstanceKeyPath(DisplayNameOf(moniker));
-    if (path.empty()) return E_UNEXPECTED;
+    if (path.empty()) {
+        return E_UNEXPECTED;
+    }
     HKEY key = nullptr;
     LSTATUS status = RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_SET_VALUE, &key);
-    if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(status);
+    if (status != ERROR_SUCCESS) {
+        return HRESULT_FROM_WIN32(status);
+    }
     status = RegDeleteValueW(key, name);
     RegCloseKey(key);
     return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND ? S_OK
@@ -178,13 +187,13 @@ std::vector<DeviceRecord> DeviceRegistry::List() {
         std::wstring clsid;
         GUID guid = GUID_NULL;
         if (SUCCEEDED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag))) &&
-            ReadString(bag.Get(), L"CLSID", &clsid) && ParseGuid(clsid, &guid) &&
+            ReadBagString(bag.Get(), L"CLSID", &clsid) && ParseGuid(clsid, &guid) &&
             IsEqualGUID(guid, CLSID_VirtualCameraFilter)) {
             DeviceRecord record;
             record.displayName = DisplayNameOf(moniker.Get());
             record.instanceName = InstanceNameOf(record.displayName);
-            ReadString(bag.Get(), kBagFriendlyName, &record.friendlyName);
-            ReadString(bag.Get(), kBagDevicePath, &record.devicePath);
+            ReadBagString(bag.Get(), kBagFriendlyName, &record.friendlyName);
+            ReadBagString(bag.Get(), kBagDevicePath, &record.devicePath);
             records.push_back(record);
         }
         moniker.Reset();

@@ -25,7 +25,7 @@ private:
     HRESULT WriteNames(const DeviceDescription& device, IMoniker* moniker, IPropertyBag* bag);
     HRESULT DeleteBagValue(IMoniker* moniker, const wchar_t* name);
 
-    Microsoft::WRL::ComPtr<IFilterMapper2> mapper_;
+    Microsoft::WRL::ComPtr<IFilterMapper2> m_mapper;
 };
 
 }  // namespace VirtualCamera

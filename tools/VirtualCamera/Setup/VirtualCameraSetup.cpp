@@ -4,6 +4,7 @@
 
 #include "tools/VirtualCamera/Config/DeviceConfig.h"
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/SystemHelpers.h"
 #include "tools/VirtualCamera/Setup/DeviceRegistry.h"
 
 namespace VirtualCamera {
@@ -14,52 +15,43 @@ constexpr const wchar_t* kDllName = L"VirtualCamera.dll";
 // COM for the duration of one call; a thread already in another apartment keeps it.
 class ComScope {
 public:
-    ComScope() : hr_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ComScope() : m_hr(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
     ~ComScope() {
-        if (SUCCEEDED(hr_)) CoUninitialize();
+        if (SUCCEEDED(m_hr)) {
+            CoUninitialize();
+        }
     }
-    bool Usable() const { return SUCCEEDED(hr_) || hr_ == RPC_E_CHANGED_MODE; }
+    bool Usable() const { return SUCCEEDED(m_hr) || m_hr == RPC_E_CHANGED_MODE; }
 
 private:
-    HRESULT hr_;
+    HRESULT m_hr;
 };
 
 class Library {
 public:
-    explicit Library(const std::wstring& path) : module_(LoadLibraryW(path.c_str())) {}
+    explicit Library(const std::wstring& path) : m_module(LoadLibraryW(path.c_str())) {}
     ~Library() {
-        if (module_) FreeLibrary(module_);
+        if (m_module) {
+            FreeLibrary(m_module);
+        }
     }
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
-    HMODULE get() const { return module_; }
+    HMODULE get() const { return m_module; }
 
 private:
-    HMODULE module_;
+    HMODULE m_module;
 };
 
 bool Fail(std::wstring* error, const std::wstring& message) {
-    if (error) *error = message;
+    if (error) {
+        *error = message;
+    }
     return false;
 }
 
-std::wstring HexCode(unsigned long code) {
-    wchar_t buffer[16] = {};
-    swprintf(buffer, 16, L"0x%08lX", code);
-    return buffer;
-}
-
 std::wstring ExecutableDirectory() {
-    std::wstring path(MAX_PATH, L'\0');
-    while (true) {
-        const DWORD length = GetModuleFileNameW(nullptr, &path[0], static_cast<DWORD>(path.size()));
-        if (length == 0) return std::wstring();
-        if (length < path.size()) {
-            path.resize(length);
-            break;
-        }
-        path.resize(path.size() * 2);
-    }
+    const std::wstring path = ModuleFilePath(nullptr);
     const size_t slash = path.find_last_of(L"\\/");
     return slash == std::wstring::npos ? std::wstring() : path.substr(0, slash + 1);
 }
@@ -75,13 +67,14 @@ bool CallServerEntry(const char* entryName, std::wstring* error) {
     using Entry = HRESULT(STDAPICALLTYPE*)();
     const auto entry =
         reinterpret_cast<Entry>(reinterpret_cast<void*>(GetProcAddress(library.get(), entryName)));
-    if (!entry)
+    if (!entry) {
         return Fail(error,
                     path + L" has no " + std::wstring(entryName, entryName + strlen(entryName)));
+    }
     const HRESULT hr = entry();
     if (FAILED(hr)) {
         return Fail(error, std::wstring(entryName, entryName + strlen(entryName)) + L" failed: " +
-                               HexCode(static_cast<unsigned long>(hr)));
+                               HexCode(hr));
     }
     return true;
 }
@@ -103,19 +96,24 @@ bool UnregisterServer(std::wstring* error) {
 bool AddDevices(const std::wstring& descriptionText, std::wstring* error) {
     std::vector<DeviceDescription> devices;
     std::wstring parseError;
-    if (!ParseDescription(descriptionText, &devices, &parseError)) return Fail(error, parseError);
+    if (!ParseDescription(descriptionText, &devices, &parseError)) {
+        return Fail(error, parseError);
+    }
     ComScope com;
-    if (!com.Usable()) return Fail(error, L"COM could not be initialized");
+    if (!com.Usable()) {
+        return Fail(error, L"COM could not be initialized");
+    }
     DeviceRegistry registry;
     const HRESULT hr = registry.Open();
     if (FAILED(hr)) {
-        return Fail(error, L"the filter mapper is not available: " +
-                               HexCode(static_cast<unsigned long>(hr)));
+        return Fail(error, L"the filter mapper is not available: " + HexCode(hr));
     }
     for (const auto& device : devices) {
         // Replacing: a stale instance would keep values the new description leaves out.
         registry.Unregister(device.instanceName);
-        if (FAILED(registry.Register(device, error))) return false;
+        if (FAILED(registry.Register(device, error))) {
+            return false;
+        }
     }
     return true;
 }
@@ -123,10 +121,14 @@ bool AddDevices(const std::wstring& descriptionText, std::wstring* error) {
 bool RemoveDevice(const std::wstring& instanceName) {
     ComScope com;
     DeviceRegistry registry;
-    if (FAILED(registry.Open())) return false;
+    if (FAILED(registry.Open())) {
+        return false;
+    }
     bool found = false;
     for (const auto& record : registry.List()) {
-        if (_wcsicmp(record.instanceName.c_str(), instanceName.c_str()) == 0) found = true;
+        if (_wcsicmp(record.instanceName.c_str(), instanceName.c_str()) == 0) {
+            found = true;
+        }
     }
     return found && SUCCEEDED(registry.Unregister(instanceName));
 }
@@ -134,10 +136,14 @@ bool RemoveDevice(const std::wstring& instanceName) {
 bool RemoveAllDevices() {
     ComScope com;
     DeviceRegistry registry;
-    if (FAILED(registry.Open())) return false;
+    if (FAILED(registry.Open())) {
+        return false;
+    }
     bool allRemoved = true;
     for (const auto& record : registry.List()) {
-        if (FAILED(registry.Unregister(record.instanceName))) allRemoved = false;
+        if (FAILED(registry.Unregister(record.instanceName))) {
+            allRemoved = false;
+        }
     }
     return allRemoved;
 }
@@ -150,7 +156,9 @@ std::vector<DeviceRecord> ListDeviceRecords() {
 
 std::vector<std::wstring> ListDevices() {
     std::vector<std::wstring> names;
-    for (const auto& record : ListDeviceRecords()) names.push_back(record.instanceName);
+    for (const auto& record : ListDeviceRecords()) {
+        names.push_back(record.instanceName);
+    }
     return names;
 }
 
@@ -175,12 +183,18 @@ std::wstring DescriptionHelp() {
 
 bool Utf8ToWide(const std::string& utf8, std::wstring* wide) {
     std::string text = utf8;
-    if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
+    if (text.size() >= 3 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+        text.erase(0, 3);
+    }
     wide->clear();
-    if (text.empty()) return true;
+    if (text.empty()) {
+        return true;
+    }
     const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
                                            static_cast<int>(text.size()), nullptr, 0);
-    if (length <= 0) return false;
+    if (length <= 0) {
+        return false;
+    }
     wide->resize(static_cast<size_t>(length));
     return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
                                static_cast<int>(text.size()), &(*wide)[0], length) == length;

@@ -28,7 +28,9 @@ Exit code 0 on success; otherwise a one-line reason on standard error.
 )";
 
 std::string ToUtf8(const std::wstring& text) {
-    if (text.empty()) return std::string();
+    if (text.empty()) {
+        return std::string();
+    }
     const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
                                            nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<size_t>(length > 0 ? length : 0), '\0');
@@ -56,23 +58,33 @@ bool ReadAll(const std::wstring& path, std::string* bytes) {
         std::ostringstream buffer;
         char chunk[4096];
         size_t read = 0;
-        while ((read = fread(chunk, 1, sizeof(chunk), stdin)) > 0) buffer.write(chunk, read);
+        while ((read = fread(chunk, 1, sizeof(chunk), stdin)) > 0) {
+            buffer.write(chunk, read);
+        }
         *bytes = buffer.str();
         return !ferror(stdin);
     }
     std::ifstream file(path.c_str(), std::ios::binary);
-    if (!file) return false;
+    if (!file) {
+        return false;
+    }
     bytes->assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.bad();
 }
 
 int AddFromFile(const std::wstring& path) {
     std::string bytes;
-    if (!ReadAll(path, &bytes)) return Failure(L"cannot read '" + path + L"'");
+    if (!ReadAll(path, &bytes)) {
+        return Failure(L"cannot read '" + path + L"'");
+    }
     std::wstring text;
-    if (!VirtualCamera::Utf8ToWide(bytes, &text)) return Failure(L"'" + path + L"' is not UTF-8");
+    if (!VirtualCamera::Utf8ToWide(bytes, &text)) {
+        return Failure(L"'" + path + L"' is not UTF-8");
+    }
     std::wstring error;
-    if (!VirtualCamera::AddDevices(text, &error)) return Failure(error);
+    if (!VirtualCamera::AddDevices(text, &error)) {
+        return Failure(error);
+    }
     return 0;
 }
 
@@ -93,7 +105,9 @@ int List() {
 }
 
 int Run(int argc, wchar_t** argv) {
-    if (argc < 2) return Failure(L"no command given; see --help");
+    if (argc < 2) {
+        return Failure(L"no command given; see --help");
+    }
     const std::wstring command = argv[1];
     const bool hasArgument = argc >= 3;
     if (argc > 3 || (hasArgument && command != L"add" && command != L"remove")) {
@@ -110,11 +124,19 @@ int Run(int argc, wchar_t** argv) {
     if (command == L"unregister") {
         return VirtualCamera::UnregisterServer(&error) ? 0 : Failure(error);
     }
-    if (command == L"add") return hasArgument ? AddFromFile(argv[2]) : Failure(L"add needs a FILE");
-    if (command == L"add-default") return AddDefault();
-    if (command == L"list") return List();
+    if (command == L"add") {
+        return hasArgument ? AddFromFile(argv[2]) : Failure(L"add needs a FILE");
+    }
+    if (command == L"add-default") {
+        return AddDefault();
+    }
+    if (command == L"list") {
+        return List();
+    }
     if (command == L"remove") {
-        if (!hasArgument) return Failure(L"remove needs a NAME");
+        if (!hasArgument) {
+            return Failure(L"remove needs a NAME");
+        }
         return VirtualCamera::RemoveDevice(argv[2])
                    ? 0
                    : Failure(L"no virtual device named '" + std::wstring(argv[2]) + L"'");
@@ -131,7 +153,9 @@ int Run(int argc, wchar_t** argv) {
 int main() {
     int argc = 0;
     wchar_t** argv = CommandLineToArgvW(GetCommandLineW(), &argc);
-    if (!argv) return Failure(L"cannot read the command line");
+    if (!argv) {
+        return Failure(L"cannot read the command line");
+    }
     const int code = Run(argc, argv);
     LocalFree(argv);
     return code;

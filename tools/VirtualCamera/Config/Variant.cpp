@@ -1,0 +1,15 @@
+#include "tools/VirtualCamera/Config/Variant.h"
+
+namespace VirtualCamera {
+
+bool ReadBagString(IPropertyBag* bag, const wchar_t* name, std::wstring* text) {
+    Variant value;
+    value.get()->vt = VT_BSTR;
+    if (FAILED(bag->Read(name, value.get(), nullptr)) || value->vt != VT_BSTR || !value->bstrVal) {
+        return false;
+    }
+    text->assign(value->bstrVal, SysStringLen(value->bstrVal));
+    return true;
+}
+
+}  // namespace VirtualCamera
