@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/client/TestDeadlines.h"
+#include "tests/support/OwnProcesses.h"
 #include "tests/support/RawParent.h"
 #include "tools/VirtualCamera/VirtualCameraSetup.h"
 
@@ -11,10 +13,11 @@
 
 // A test against virtual cameras through the real server: it starts and ends with no virtual
 // device at all, so that device lists hold exactly what the test registered, and it checks that
-// no server outlived the test's queries.
+// no server that this test program started outlived the test's queries.
 class CameraTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
+        ASSERT_TRUE(TestSupport::JoinOwnProcessJob());
         std::wstring error;
         ASSERT_TRUE(VirtualCamera::RegisterServer(&error)) << Narrow(error);
     }
@@ -24,7 +27,9 @@ protected:
     }
     void TearDown() override {
         VirtualCamera::RemoveAllDevices();
-        EXPECT_EQ(TestSupport::CountProcesses(L"QueryServer.exe"), 0)
+        EXPECT_EQ(TestSupport::OwnProcessesLeftAfter(L"QueryServer.exe",
+                                                     TestSupport::kGenerousDeadlineMs),
+                  0)
             << "a server outlived its query";
         CoUninitialize();
     }

@@ -1,9 +1,11 @@
 // Many queries in a row and in parallel against three virtual cameras: every reply correct, no
 // server left running, and the client's handles and memory flat once warmed up. SOAK_QUERIES sets
-// the length of the serial soak (scripts/soak.sh runs 1000); CI runs a short one.
+// the length of the serial soak and turns the parallel one up to eight clients (scripts/soak.sh
+// runs 1000); without it, CI runs short ones that fit a slow machine's time limit per test.
 #include "DShowCapture/DeviceEnumeration.h"
 #include "DShowCapture/VideoCapture.h"
 #include "client/QueryClient.h"
+#include "protocol/QueryProtocol.h"
 #include "server/FormatReply.h"
 #include "tests/support/RawParent.h"
 #include "tests/client/CameraTest.h"
@@ -13,6 +15,7 @@
 #include <objbase.h>
 #include <psapi.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -23,8 +26,12 @@ namespace {
 
 using QueryClient::Outcome;
 
-constexpr int kDefaultSoakQueries = 60;
+constexpr int kDefaultSoakQueries = 24;
 constexpr int kWarmUpQueries = 15;
+// The parallel soak: small in CI, eight clients for the long run.
+constexpr int kDefaultParallelClients = 4;
+constexpr int kDefaultQueriesPerClient = 3;
+constexpr int kSoakParallelClients = 8;
 // Growth allowed after warm-up: a few handles and a little heap that the runtime keeps.
 constexpr DWORD kHandleSlack = 8;
 constexpr SIZE_T kPrivateBytesSlack = 2 * 1024 * 1024;
@@ -37,10 +44,26 @@ struct Expected {
 
 const wchar_t* const kCameraIds[] = {L"soak-a", L"soak-b", L"soak-c"};
 
-int SoakQueries() {
+// The length that SOAK_QUERIES asks for, 0 when it asks for none.
+int RequestedSoakQueries() {
     const char* text = std::getenv("SOAK_QUERIES");
     const int count = text != nullptr ? std::atoi(text) : 0;
-    return count > 0 ? count : kDefaultSoakQueries;
+    return std::max(count, 0);
+}
+
+int SoakQueries() {
+    return RequestedSoakQueries() > 0 ? RequestedSoakQueries() : kDefaultSoakQueries;
+}
+
+int ParallelClients() {
+    return RequestedSoakQueries() > 0 ? kSoakParallelClients : kDefaultParallelClients;
+}
+
+// The long run shares its length among the parallel clients.
+int QueriesPerParallelClient() {
+    return RequestedSoakQueries() > 0
+               ? std::max(kDefaultQueriesPerClient, RequestedSoakQueries() / kSoakParallelClients)
+               : kDefaultQueriesPerClient;
 }
 
 std::vector<uint8_t> DeviceBytes(bool analog) {
@@ -65,11 +88,12 @@ std::wstring QueryAndCheck(QueryClient::Client& client, int index, const Expecte
     const int kind = index % 5;
     QueryClient::RawReply reply;
     if (kind < 2) {
-        reply = client.Query(kind == 0 ? L"GetVideoDevices" : L"GetAnalogDevices");
+        reply = client.Query(kind == 0 ? QueryProtocol::kMethodVideoDevices
+                                       : QueryProtocol::kMethodAnalogDevices);
         EXPECT_EQ(reply.bytes, kind == 0 ? expected.videoDevices : expected.analogDevices)
             << "query " << index;
     } else {
-        reply = client.Query(L"GetVideoDeviceFormats", kCameraIds[kind - 2], L"Soak");
+        reply = client.Query(QueryProtocol::kMethodDeviceFormats, kCameraIds[kind - 2], L"Soak");
         EXPECT_EQ(std::string(reply.bytes.begin(), reply.bytes.end()), expected.formats[kind - 2])
             << "query " << index;
     }
@@ -150,7 +174,7 @@ protected:
 
 TEST_F(Soak, QueriesInARowStayCorrectAndFlat) {
     const int queries = SoakQueries();
-    QueryClient::Client client;
+    QueryClient::Client client(TestSupport::GenerousOptions());
     Usage warm;
     for (int index = 0; index < queries; ++index) {
         QueryAndCheck(client, index, m_expected);
@@ -172,17 +196,17 @@ TEST_F(Soak, QueriesInARowStayCorrectAndFlat) {
         << end.privateBytes;
 }
 
-TEST_F(Soak, EightClientsInParallelWithDistinctIds) {
-    constexpr int kClients = 8;
-    constexpr int kQueriesEach = 5;
+TEST_F(Soak, ClientsInParallelWithDistinctIds) {
+    const int clients = ParallelClients();
+    const int queriesEach = QueriesPerParallelClient();
     std::mutex lock;
     std::set<std::wstring> ids;
     std::vector<std::thread> threads;
-    for (int clientIndex = 0; clientIndex < kClients; ++clientIndex) {
+    for (int clientIndex = 0; clientIndex < clients; ++clientIndex) {
         threads.emplace_back([&, clientIndex] {
             CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-            QueryClient::Client client;
-            for (int query = 0; query < kQueriesEach; ++query) {
+            QueryClient::Client client(TestSupport::GenerousOptions());
+            for (int query = 0; query < queriesEach; ++query) {
                 const std::wstring id = QueryAndCheck(client, clientIndex + query, m_expected);
                 std::lock_guard<std::mutex> hold(lock);
                 ids.insert(id);
@@ -193,7 +217,7 @@ TEST_F(Soak, EightClientsInParallelWithDistinctIds) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(ids.size(), static_cast<size_t>(kClients * kQueriesEach));
+    EXPECT_EQ(ids.size(), static_cast<size_t>(clients * queriesEach));
 }
 
 }  // namespace

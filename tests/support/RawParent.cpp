@@ -1,8 +1,6 @@
 #include "tests/support/RawParent.h"
 
-#include "server/QueryProtocol.h"
-
-#include <tlhelp32.h>
+#include "protocol/QueryProtocol.h"
 
 namespace TestSupport {
 
@@ -84,24 +82,6 @@ void RawParent::ClosePipe() {
         CloseHandle(m_pipe);
         m_pipe = INVALID_HANDLE_VALUE;
     }
-}
-
-int CountProcesses(const wchar_t* executableName) {
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) {
-        return -1;
-    }
-    int count = 0;
-    PROCESSENTRY32W entry = {};
-    entry.dwSize = sizeof(entry);
-    for (BOOL more = Process32FirstW(snapshot, &entry); more;
-         more = Process32NextW(snapshot, &entry)) {
-        if (_wcsicmp(entry.szExeFile, executableName) == 0) {
-            ++count;
-        }
-    }
-    CloseHandle(snapshot);
-    return count;
 }
 
 std::vector<uint8_t> Utf16Bytes(const std::wstring& text) {

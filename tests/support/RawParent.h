@@ -38,9 +38,6 @@ private:
     DWORD m_endError = 0;
 };
 
-// The number of running processes whose executable has this file name.
-int CountProcesses(const wchar_t* executableName);
-
 // Bytes of UTF-16LE text, as the server writes device lines.
 std::vector<uint8_t> Utf16Bytes(const std::wstring& text);
 
