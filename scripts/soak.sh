@@ -8,4 +8,4 @@ prepare_quietly
 start_prefix
 cd "$build/bin"
 SOAK_QUERIES=${1:-1000} timeout 3600 "$root/scripts/wine.sh" run "$prefix" \
-    "$build/bin/QueryClientTests.exe" --gtest_filter='Soak.*'
+    "$build/bin/EndToEndTests.exe" --gtest_filter='Soak.*'

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "TestSupport.h"
+#include "VirtualCameraFixture.h"
 #include "tools/VirtualCamera/Config/Guids.h"
 #include "tools/VirtualCamera/VirtualCameraSetup.h"
 

@@ -4,7 +4,7 @@
 #include <evcode.h>
 #include <ks.h>
 
-#include "TestSupport.h"
+#include "VirtualCameraFixture.h"
 #include "tools/VirtualCamera/Config/Guids.h"
 #include "tools/VirtualCamera/Config/KsPin.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"

@@ -1,6 +1,6 @@
 // What the capture pin tells about the device: category, stream configuration, mediums, modes.
 
-#include "TestSupport.h"
+#include "VirtualCameraFixture.h"
 
 #include <dvdmedia.h>
 #include <ks.h>

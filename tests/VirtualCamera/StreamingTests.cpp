@@ -5,7 +5,7 @@
 #include <dshow.h>
 #include <vfwmsgs.h>
 
-#include "TestSupport.h"
+#include "VirtualCameraFixture.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace VirtualCameraTests {

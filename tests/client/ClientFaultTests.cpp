@@ -3,7 +3,7 @@
 #include "client/SystemErrorText.h"
 #include "client/UniqueHandle.h"
 #include "protocol/QueryProtocol.h"
-#include "tests/client/TestDeadlines.h"
+#include "tests/support/TestDeadlines.h"
 #include "tests/support/OwnProcesses.h"
 #include "tests/support/RawParent.h"
 

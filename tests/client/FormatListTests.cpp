@@ -1,6 +1,6 @@
 #include "client/FormatList.h"
 #include "client/QueryClient.h"
-#include "tests/client/TestDeadlines.h"
+#include "tests/support/TestDeadlines.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/server/ArgumentGenerator.h"
+#include "tests/support/ArgumentGenerator.h"
 
 namespace {
 

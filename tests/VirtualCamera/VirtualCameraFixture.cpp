@@ -1,4 +1,4 @@
-#include "TestSupport.h"
+#include "VirtualCameraFixture.h"
 
 #include <cstdio>
 

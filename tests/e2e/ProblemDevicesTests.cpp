@@ -4,8 +4,8 @@
 #include "client/QueryClient.h"
 #include "client/TextConversion.h"
 #include "tests/support/RawParent.h"
-#include "tests/client/CameraTest.h"
-#include "tests/client/ToolRun.h"
+#include "tests/e2e/CameraTest.h"
+#include "tests/e2e/ToolRun.h"
 
 #include <gtest/gtest.h>
 

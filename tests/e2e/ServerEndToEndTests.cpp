@@ -2,7 +2,7 @@
 #include "client/QueryClient.h"
 #include "client/ServerProcess.h"
 #include "protocol/QueryProtocol.h"
-#include "tests/client/TestDeadlines.h"
+#include "tests/support/TestDeadlines.h"
 #include "tests/support/OwnProcesses.h"
 #include "tests/support/RawParent.h"
 

@@ -5,7 +5,7 @@
 #include "protocol/QueryProtocol.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RawParent.h"
-#include "tests/client/CameraTest.h"
+#include "tests/e2e/CameraTest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/client/TestDeadlines.h"
+#include "tests/support/TestDeadlines.h"
 #include "tests/support/OwnProcesses.h"
 #include "tests/support/RawParent.h"
 #include "tools/VirtualCamera/VirtualCameraSetup.h"

@@ -3,9 +3,9 @@
 #include "client/QueryClient.h"
 #include "client/ServerProcess.h"
 #include "protocol/QueryProtocol.h"
-#include "tests/server/ArgumentGenerator.h"
+#include "tests/support/ArgumentGenerator.h"
 #include "tests/support/RawParent.h"
-#include "tests/client/CameraTest.h"
+#include "tests/e2e/CameraTest.h"
 
 #include <gtest/gtest.h>
 

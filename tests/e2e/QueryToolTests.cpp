@@ -2,8 +2,8 @@
 // problem devices, through QueryTool.exe and the real server against virtual cameras.
 #include "client/FormatList.h"
 #include "client/ProblemDevices.h"
-#include "tests/client/CameraTest.h"
-#include "tests/client/ToolRun.h"
+#include "tests/e2e/CameraTest.h"
+#include "tests/e2e/ToolRun.h"
 #include "tools/QueryTool/ToolOutput.h"
 
 #include <gtest/gtest.h>

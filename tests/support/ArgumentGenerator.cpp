@@ -1,4 +1,4 @@
-#include "tests/server/ArgumentGenerator.h"
+#include "tests/support/ArgumentGenerator.h"
 
 #include "protocol/QueryProtocol.h"
 

@@ -1,7 +1,7 @@
-#include "tests/client/ToolRun.h"
+#include "tests/e2e/ToolRun.h"
 
 #include "client/QueryClient.h"
-#include "tests/client/TestDeadlines.h"
+#include "tests/support/TestDeadlines.h"
 
 namespace TestSupport {
 

@@ -8,7 +8,7 @@
 #include "protocol/QueryProtocol.h"
 #include "server/FormatReply.h"
 #include "tests/support/RawParent.h"
-#include "tests/client/CameraTest.h"
+#include "tests/e2e/CameraTest.h"
 
 #include <gtest/gtest.h>
 
