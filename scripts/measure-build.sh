@@ -38,27 +38,37 @@ configure_and_build() {  # folder [target]
     fi
 }
 
+report() {  # label, command...
+    local label=$1 took
+    shift
+    took=$(seconds_of "$@") || exit 1
+    printf '%-44s %s s\n' "$label:" "$took"
+}
+
 echo "commit $(git -C "$root" log -1 --format='%h %s' "$commit")"
+clone main
+clone full
+clone second
 export CCACHE_DIR=$work/cache-main
-echo "main job build, clean clone, empty cache:   $(seconds_of configure_and_build main MainJob) s"
+report "main job build, clean clone, empty cache" configure_and_build main MainJob
 export CCACHE_DIR=$work/cache-full
-echo "full build, clean clone, empty cache:       $(seconds_of configure_and_build full) s"
+report "full build, clean clone, empty cache" configure_and_build full
 ccache -z >/dev/null 2>&1 || true
-echo "full build, second clone, warm cache:       $(seconds_of configure_and_build second) s"
+report "full build, second clone, warm cache" configure_and_build second
 if command -v ccache >/dev/null; then
-    echo "  $(ccache -s 2>/dev/null | grep -m1 'Hits:' | sed 's/  */ /g')"
+    echo "  second clone's cache $(ccache -s 2>/dev/null | grep -m1 'Hits:' | sed 's/  */ /g')"
 fi
 
 touch "$work/full/DShowCapture/VideoCapture.cpp"
-echo "rebuild after touching a capture source:    $(seconds_of cmake --build "$work/full/build" -j"$(nproc)") s"
+report "rebuild after touching a capture source" cmake --build "$work/full/build" -j"$(nproc)"
 touch "$work/full/TinyFramework/Common/TinyCore.h"
-echo "rebuild after touching a framework header:  $(seconds_of cmake --build "$work/full/build" -j"$(nproc)") s"
+report "rebuild after touching a framework header" cmake --build "$work/full/build" -j"$(nproc)"
 
 if [ "$run_tests" = 1 ]; then
     started=$SECONDS
     status=0
     BUILD_DIR=$work/full/build bash "$work/full/scripts/test.sh" >"$work/tests.log" 2>&1 || status=$?
-    echo "test command (build up to date):            $((SECONDS - started)) s, exit $status"
+    printf '%-44s %s s, exit %s\n' "test command (build up to date):" "$((SECONDS - started))" "$status"
     grep -E "tests passed|tests failed" "$work/tests.log" | sed 's/^/  /'
     "$work/full/scripts/wine.sh" stop "$work/full/build/wineprefix"
 fi
