@@ -102,20 +102,6 @@ void WriteBytes(const std::wstring& path, const std::string& bytes) {
     CloseHandle(file);
 }
 
-std::string ReadBytes(const std::wstring& path) {
-    std::string bytes;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              0, nullptr);
-    char buffer[4096];
-    DWORD read = 0;
-    while (file != INVALID_HANDLE_VALUE && ReadFile(file, buffer, sizeof(buffer), &read, nullptr) &&
-           read > 0) {
-        bytes.append(buffer, read);
-    }
-    CloseHandle(file);
-    return bytes;
-}
-
 // The file's identity on its volume: a file rewritten in place keeps it, a new file has its own.
 ULONGLONG FileIndex(const std::wstring& path) {
     HANDLE file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -151,7 +137,7 @@ TEST(ProblemDevicesFile, SaveReplacesTheListByAWholeNewFileAndLeavesNothingBesid
     problems.Forget(L"first");
     ASSERT_TRUE(problems.Save());
     EXPECT_NE(FileIndex(path), firstFile) << "the list was rewritten in place";
-    EXPECT_EQ(ReadBytes(path), "timed-out-reading\tsecond\n");
+    EXPECT_EQ(TestSupport::ReadFileText(path), "timed-out-reading\tsecond\n");
     EXPECT_EQ(EntriesOf(folder), std::vector<std::wstring>{L"list.txt"});
 }
 

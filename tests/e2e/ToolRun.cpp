@@ -11,6 +11,13 @@ namespace {
 constexpr DWORD kToolDeadlineMs = 60000;
 constexpr DWORD kToolNotStarted = 9999;
 
+std::wstring ToolPath() {
+    const std::wstring server = QueryClient::DefaultServerPath();
+    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + L"QueryTool.exe";
+}
+
+}  // namespace
+
 std::string ReadFileText(const std::wstring& path) {
     std::string text;
     HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -24,13 +31,6 @@ std::string ReadFileText(const std::wstring& path) {
     CloseHandle(file);
     return text;
 }
-
-std::wstring ToolPath() {
-    const std::wstring server = QueryClient::DefaultServerPath();
-    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + L"QueryTool.exe";
-}
-
-}  // namespace
 
 std::wstring TempFolder(const wchar_t* purpose) {
     wchar_t base[MAX_PATH] = {};

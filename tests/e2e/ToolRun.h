@@ -18,6 +18,9 @@ struct ToolRun {
 // generous deadline unless `arguments` set their own.
 ToolRun RunTool(const std::wstring& arguments);
 
+// The bytes of a file, or "" when it cannot be opened; others may keep it open for writing.
+std::string ReadFileText(const std::wstring& path);
+
 // A folder name of this test process's own under the temporary folder, not yet created.
 std::wstring TempFolder(const wchar_t* purpose);
 
