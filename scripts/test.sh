@@ -7,7 +7,9 @@ source "$(dirname "$0")/common.sh"
 "$root/scripts/setup.sh"
 "$root/scripts/check-format.sh"
 prepare
-# Started before ctest, so that Wine's services do not hold ctest's output pipes.
-start_prefix
+# Started before ctest, so that Wine's services do not hold ctest's output pipes. Its failure is
+# told on standard output too, where a log that keeps only that stream still shows it.
+echo "== Starting the build's Wine prefix"
+start_prefix 2>&1
 cd "$build"
 ctest --output-on-failure "$@"

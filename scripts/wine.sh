@@ -21,15 +21,37 @@ setup_environment() {
     export WINEDLLOVERRIDES=${WINEDLLOVERRIDES%;}
 }
 
+# Runs one step of the prefix's creation with its output kept in PREFIX.log, so that a failure
+# can say which step failed and what Wine printed.
+prefix_step() {
+    echo "== $*" >>"$WINEPREFIX.log"
+    "$@" </dev/null >>"$WINEPREFIX.log" 2>&1
+}
+
+disable_crash_debugger() {
+    # A crashing program must just end: no debugger, no dialog.
+    prefix_step "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+        /v Debugger /t REG_SZ /d '' /f &&
+        prefix_step "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+            /v Auto /t REG_SZ /d 1 /f
+}
+
 create_prefix() {
     mkdir -p "$WINEPREFIX"
-    "$WINE64" wineboot -i </dev/null >/dev/null 2>&1 || true
-    # A crashing program must just end: no debugger, no dialog.
-    "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
-        /v Debugger /t REG_SZ /d '' /f </dev/null >/dev/null 2>&1
-    "$WINE64" reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
-        /v Auto /t REG_SZ /d 1 /f </dev/null >/dev/null 2>&1
-    "$WINESERVER" -w
+    : >"$WINEPREFIX.log"
+    prefix_step "$WINE64" wineboot -i || true
+    # On a slow or busy machine the first registry write can meet a prefix that is still being
+    # set up: wait for Wine to settle and try once more before giving up.
+    if ! disable_crash_debugger; then
+        prefix_step "$WINESERVER" -w || true
+        prefix_step "$WINE64" wineboot -u || true
+        if ! disable_crash_debugger; then
+            echo "wine.sh: the prefix $WINEPREFIX could not be set up; what Wine printed:" >&2
+            cat "$WINEPREFIX.log" >&2
+            return 1
+        fi
+    fi
+    prefix_step "$WINESERVER" -w || true
     touch "$WINEPREFIX/.prefix-ready"
 }
 
@@ -37,7 +59,9 @@ start_server() {
     mkdir -p "$WINEPREFIX"
     exec 9>"$WINEPREFIX.lock"
     flock 9
-    [ -f "$WINEPREFIX/.prefix-ready" ] || create_prefix
+    if [ ! -f "$WINEPREFIX/.prefix-ready" ]; then
+        create_prefix || exit 1
+    fi
     # Exit status 2 means a server for this prefix is running already.
     if "$WINESERVER" -p </dev/null >/dev/null 2>&1; then
         "$WINE64" wineboot -u </dev/null >/dev/null 2>&1 || true
