@@ -76,6 +76,18 @@ BOOL TinyEvent::Open(DWORD /*access*/, BOOL /*inherit*/, LPCWSTR name) {
     return m_handle != nullptr;
 }
 
+BOOL TinyEvent::OpenNt(DWORD access, LPCWSTR path) {
+    TinyObjectAttributes attributes(path);
+    HANDLE opened = nullptr;
+    const NTSTATUS status = NtOpenEvent(&opened, access, attributes.Get());
+    if (status < 0) {
+        SetLastStatus(status);
+        return FALSE;
+    }
+    m_handle = opened;
+    return TRUE;
+}
+
 BOOL TinyEvent::SetEvent() {
     if (m_handle == nullptr) {
         return FALSE;

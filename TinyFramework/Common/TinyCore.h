@@ -1,5 +1,11 @@
 #pragma once
 
+// The framework's core header: who includes it sees the locks, the mutexes and semaphores and
+// the native layer as well.
+#include "TinyFramework/Common/TinyLock.h"
+#include "TinyFramework/Common/TinyMutex.h"
+#include "TinyFramework/Common/TinyNative.h"
+
 #include <windows.h>
 
 #include <string>
@@ -32,6 +38,10 @@ public:
     // Always asks for EVENT_MODIFY_STATE without inheritance, whatever is passed: the handle
     // can be set, not waited on. That is all the query server needs of the parent's event.
     BOOL Open(DWORD access, BOOL inherit, LPCWSTR name);
+    // NtOpenEvent of a full object-manager path with the access asked for. A held handle is not
+    // closed: on success the new one replaces it, on failure it stays, and the failure's status
+    // becomes the last error.
+    BOOL OpenNt(DWORD access, LPCWSTR path);
     BOOL SetEvent();
     BOOL Wait();
     void Close();
