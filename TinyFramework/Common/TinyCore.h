@@ -1,5 +1,10 @@
 #pragma once
 
+#include "TinyFramework/Common/TinyCpuFeatures.h"
+#include "TinyFramework/Common/TinyMemoryCopy.h"
+#include "TinyFramework/Common/TinyOSVersion.h"
+#include "TinyFramework/Common/TinyProcess.h"
+
 #include <windows.h>
 
 #include <string>
