@@ -1,10 +1,14 @@
 #pragma once
 
-// The framework's core header: who includes it sees the locks, the mutexes and semaphores and
-// the native layer as well.
+// The framework's core header: who includes it sees the locks, the mutexes and semaphores, the
+// native layer, and the process and system services as well.
+#include "TinyFramework/Common/TinyCpuFeatures.h"
 #include "TinyFramework/Common/TinyLock.h"
+#include "TinyFramework/Common/TinyMemoryCopy.h"
 #include "TinyFramework/Common/TinyMutex.h"
 #include "TinyFramework/Common/TinyNative.h"
+#include "TinyFramework/Common/TinyOSVersion.h"
+#include "TinyFramework/Common/TinyProcess.h"
 
 #include <windows.h>
 
