@@ -1,0 +1,7 @@
+#include "DShowCapture/DShowPropertyDlg.h"
+
+namespace DShow {
+
+void CloseProperty(IBaseFilter* /*filter*/) {}
+
+}  // namespace DShow
