@@ -646,4 +646,30 @@ bool VideoCapture::CheckEvents() {
     return result;
 }
 
+VideoCapture::SinkFeed VideoCapture::GetSinkFeed() const {
+    ComPtr<IPin> upstreamPin;
+    if (!m_sinkInputPin || FAILED(m_sinkInputPin->ConnectedTo(upstreamPin.GetAddressOf())) ||
+        !upstreamPin) {
+        return SinkFeed::kNone;
+    }
+    PIN_INFO info = {};
+    if (FAILED(upstreamPin->QueryPinInfo(&info)) || info.pFilter == nullptr) {
+        return SinkFeed::kOtherFilter;
+    }
+    // QueryPinInfo hands out a counted reference to the pin's filter: take it over.
+    ComPtr<IBaseFilter> upstreamFilter;
+    upstreamFilter.Attach(info.pFilter);
+    if (upstreamFilter.Get() == m_captureFilter.Get()) {
+        return SinkFeed::kDevice;
+    }
+    CLSID clsid = GUID_NULL;
+    if (FAILED(upstreamFilter->GetClassID(&clsid))) {
+        return SinkFeed::kOtherFilter;
+    }
+    if (IsEqualGUID(clsid, CLSID_AVIDec)) {
+        return SinkFeed::kAviDecoder;
+    }
+    return IsEqualGUID(clsid, CLSID_MjpegDec) ? SinkFeed::kMjpegDecoder : SinkFeed::kOtherFilter;
+}
+
 }  // namespace DShow

@@ -45,6 +45,15 @@ namespace DShow {
 // no instance and no graph.
 class VideoCapture : public FilterObserver {
 public:
+    // The filter whose output feeds the sink, which tells how the frames got their format.
+    enum class SinkFeed {
+        kNone,          // nothing is connected to the sink
+        kDevice,        // the device's capture pin, directly
+        kAviDecoder,    // the AVI decompressor, whether Allocate or the graph brought it in
+        kMjpegDecoder,  // the MJPEG decompressor
+        kOtherFilter,   // a filter that the graph's intelligent Connect brought in by itself
+    };
+
     // What receives the frames: the sample's bytes (good for the call only), their length, the
     // time stamp in nanoseconds and the user data.
     using FrameCallback =
@@ -89,6 +98,9 @@ public:
     void SetCallback(FrameCallback&& callback);
     // The format that the graph really carries; all zero while nothing is connected.
     const VideoFormat& GetCurrentFormat() const { return m_currentFormat; }
+    // Asks the graph which filter is connected to the sink's input pin, on the owner's thread.
+    // Allocate can succeed with nothing connected; this tells that case apart from a stream.
+    SinkFeed GetSinkFeed() const;
 
     // Appends the modes of the video input device `device.id` to `formats` and sorts the whole
     // vector. True when every capability was read; on a failure `formats` keeps what was read

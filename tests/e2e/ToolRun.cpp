@@ -11,9 +11,9 @@ namespace {
 constexpr DWORD kToolDeadlineMs = 60000;
 constexpr DWORD kToolNotStarted = 9999;
 
-std::wstring ToolPath() {
+std::wstring ProgramPath(const wchar_t* exeName) {
     const std::wstring server = QueryClient::DefaultServerPath();
-    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + L"QueryTool.exe";
+    return server.substr(0, server.size() - wcslen(L"QueryServer.exe")) + exeName;
 }
 
 }  // namespace
@@ -40,7 +40,14 @@ std::wstring TempFolder(const wchar_t* purpose) {
 }
 
 ToolRun RunTool(const std::wstring& arguments) {
-    const std::wstring tool = ToolPath();
+    // The tool's own default deadline is a user's; a test's --timeout or --format-timeout comes
+    // later on the line and wins.
+    return RunProgram(L"QueryTool.exe",
+                      L"--timeout " + std::to_wstring(kGenerousDeadlineMs) + L" " + arguments);
+}
+
+ToolRun RunProgram(const wchar_t* exeName, const std::wstring& arguments) {
+    const std::wstring tool = ProgramPath(exeName);
     const std::wstring outPath = TempFolder(L"tool-out");
     const std::wstring errPath = TempFolder(L"tool-err");
     SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
@@ -54,10 +61,7 @@ ToolRun RunTool(const std::wstring& arguments) {
     startup.hStdOutput = out;
     startup.hStdError = err;
     PROCESS_INFORMATION process = {};
-    // The tool's own default deadline is a user's; a test's --timeout or --format-timeout comes
-    // later on the line and wins.
-    std::wstring commandLine =
-        L"\"" + tool + L"\" --timeout " + std::to_wstring(kGenerousDeadlineMs) + L" " + arguments;
+    std::wstring commandLine = L"\"" + tool + L"\" " + arguments;
     ToolRun run;
     if (CreateProcessW(tool.c_str(), &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                        &startup, &process)) {

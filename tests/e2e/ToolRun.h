@@ -6,7 +6,7 @@
 
 namespace TestSupport {
 
-// One run of QueryTool.exe (beside the test program) with its standard output and error.
+// One run of a tool (beside the test program) with its standard output and error.
 struct ToolRun {
     DWORD exitCode = 0;
     std::string out;
@@ -17,6 +17,10 @@ struct ToolRun {
 // output and error kept in files, and waits for it to end. The tool's queries get the tests'
 // generous deadline unless `arguments` set their own.
 ToolRun RunTool(const std::wstring& arguments);
+
+// Runs the program `exeName` from the folder of QueryServer.exe with `arguments` as they are,
+// its output and error kept in files, and waits for it to end.
+ToolRun RunProgram(const wchar_t* exeName, const std::wstring& arguments);
 
 // The bytes of a file, or "" when it cannot be opened; others may keep it open for writing.
 std::string ReadFileText(const std::wstring& path);
