@@ -136,6 +136,60 @@ TEST(VirtualCameraDescription, ErrorsNameTheLine) {
               std::wstring::npos);
 }
 
+TEST(VirtualCameraDescription, ModeChangeFillTimeAndPowerLineKeysAreParsed) {
+    std::vector<DeviceDescription> devices;
+    std::wstring error;
+    ASSERT_TRUE(
+        ParseDescription(L"[device one]\n"
+                         L"change_after = 5:1\n"
+                         L"mode = YUY2 videoinfo 64 48 333333\n"
+                         L"mode = RGB24 videoinfo 32 24 333333\n"
+                         L"stamp_fill_time = on\n"
+                         L"fault = powerline_read_only\n"
+                         L"[device two]\nfault = powerline_unsupported\n",
+                         &devices, &error))
+        << Narrow(error);
+    ASSERT_EQ(devices.size(), 2u);
+    const DeviceSettings& one = devices[0].settings;
+    EXPECT_EQ(one.modeChange.afterFrames, 5);
+    EXPECT_EQ(one.modeChange.toMode, 1u);
+    EXPECT_TRUE(one.stampFillTime);
+    EXPECT_EQ(one.faults.powerLine, PowerLineFault::ReadOnly);
+    const DeviceSettings& two = devices[1].settings;
+    EXPECT_EQ(two.modeChange.afterFrames, -1);
+    EXPECT_FALSE(two.stampFillTime);
+    EXPECT_EQ(two.faults.powerLine, PowerLineFault::Unsupported);
+    DeviceSettings reread;
+    ASSERT_TRUE(ParseDeviceSettings(devices[0].settingsText, &reread, &error)) << Narrow(error);
+    EXPECT_EQ(reread.modeChange.afterFrames, 5);
+    EXPECT_EQ(reread.modeChange.toMode, 1u);
+    EXPECT_TRUE(reread.stampFillTime);
+    EXPECT_EQ(reread.faults.powerLine, PowerLineFault::ReadOnly);
+}
+
+TEST(VirtualCameraDescription, ModeChangeMustNameAModeTheDeviceHas) {
+    EXPECT_EQ(ParseError(L"[device a]\nchange_after = 3:2\n"
+                         L"mode = YUY2 videoinfo 64 48 1\nmode = YUY2 videoinfo 32 24 1\n"),
+              L"device 'a': change_after names mode 2, but the device has 2 modes");
+    DeviceSettings settings;
+    std::wstring error;
+    EXPECT_FALSE(ParseDeviceSettings(L"change_after = 0:0\n", &settings, &error));
+    EXPECT_EQ(error, L"change_after names mode 0, but the device has 0 modes");
+}
+
+TEST(VirtualCameraDescription, ModeChangeAndFillTimeRefuseMalformedValues) {
+    EXPECT_EQ(ParseError(L"[device a]\nchange_after = 3\n"),
+              L"line 2: change_after needs <frames>:<mode index>, got '3'");
+    EXPECT_EQ(ParseError(L"[device a]\nchange_after = -1:0\n"),
+              L"line 2: change_after needs <frames>:<mode index>, got '-1:0'");
+    EXPECT_EQ(ParseError(L"[device a]\nchange_after = 1:x\n"),
+              L"line 2: change_after needs <frames>:<mode index>, got '1:x'");
+    EXPECT_EQ(ParseError(L"[device a]\nstamp_fill_time = yes\n"),
+              L"line 2: expected on or off, got 'yes'");
+    EXPECT_EQ(ParseError(L"[device a]\nfault = powerline_read_only:1\n"),
+              L"line 2: unknown fault 'powerline_read_only:1'");
+}
+
 TEST(VirtualCameraDescription, ArbitraryInputNeverCrashesTheParser) {
     std::mt19937 random(1234);
     const std::wstring alphabet = L"[]=:#,{}-x \n\tdevicemodeYUY2videoinfo0123456789fault_";
@@ -181,6 +235,62 @@ TEST(VirtualCameraFrameCounter, JpegSegmentRoundTrip) {
     ASSERT_TRUE(DecodeFrameCounter(mjpg, framed.data(), framed.size(), &decoded));
     EXPECT_EQ(decoded, 0x01020304u);
     EXPECT_EQ(framed.back(), 0xD9);
+}
+
+class VirtualCameraFillTimeRoundTrip : public ::testing::TestWithParam<const wchar_t*> {};
+
+TEST_P(VirtualCameraFillTimeRoundTrip, FillTimeDecodesBesideTheCounter) {
+    GUID subtype;
+    ASSERT_TRUE(SubtypeFromName(GetParam(), &subtype));
+    const LONG width = 96;
+    const LONG height = 8;
+    std::vector<BYTE> frame(ImageSize(subtype, width, height));
+    for (uint64_t fillTime : {0ull, 1ull, 0x8000000000000001ull, 0x0123456789ABCDEFull}) {
+        PaintFrame(subtype, width, height, 77, frame.data(), frame.size());
+        WriteFillTime(subtype, width, fillTime, frame.data(), frame.size());
+        uint64_t decoded = 0;
+        ASSERT_TRUE(DecodeFillTime(subtype, frame.data(), frame.size(), &decoded));
+        EXPECT_EQ(decoded, fillTime);
+        uint32_t counter = 0;
+        ASSERT_TRUE(DecodeFrameCounter(subtype, frame.data(), frame.size(), &counter));
+        EXPECT_EQ(counter, 77u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllLayouts, VirtualCameraFillTimeRoundTrip,
+                         ::testing::Values(L"YUY2", L"UYVY", L"I420", L"IYUV", L"YV12", L"NV12",
+                                           L"RGB24", L"RGB32", L"ARGB32", L"RGB565"));
+
+TEST(VirtualCameraFillTime, FrameNarrowerThanCounterAndStampCarriesNoStamp) {
+    const LONG width = 64;
+    std::vector<BYTE> frame(ImageSize(MEDIASUBTYPE_YUY2, width, 1));
+    PaintFrame(MEDIASUBTYPE_YUY2, width, 1, 5, frame.data(), frame.size());
+    WriteFillTime(MEDIASUBTYPE_YUY2, width, ~0ull, frame.data(), frame.size());
+    uint64_t decoded = 0;
+    EXPECT_FALSE(DecodeFillTime(MEDIASUBTYPE_YUY2, frame.data(), frame.size(), &decoded));
+    uint32_t counter = 0;
+    ASSERT_TRUE(DecodeFrameCounter(MEDIASUBTYPE_YUY2, frame.data(), frame.size(), &counter));
+    EXPECT_EQ(counter, 5u);
+}
+
+TEST(VirtualCameraFillTime, JpegSegmentFollowsTheCounterSegment) {
+    const std::vector<BYTE> jpeg = {0xFF, 0xD8, 0xFF, 0xD9};
+    const std::vector<BYTE> stamped =
+        AddFillTimeToJpeg(AddCounterToJpeg(jpeg, 0x01020304), 0x1122334455667788ull);
+    GUID mjpg;
+    ASSERT_TRUE(SubtypeFromName(L"MJPG", &mjpg));
+    uint32_t counter = 0;
+    ASSERT_TRUE(DecodeFrameCounter(mjpg, stamped.data(), stamped.size(), &counter));
+    EXPECT_EQ(counter, 0x01020304u);
+    uint64_t fillTime = 0;
+    ASSERT_TRUE(DecodeFillTime(mjpg, stamped.data(), stamped.size(), &fillTime));
+    EXPECT_EQ(fillTime, 0x1122334455667788ull);
+    const std::vector<BYTE> segment(stamped.begin() + 14, stamped.begin() + 22);
+    EXPECT_EQ(segment, std::vector<BYTE>({0xFF, 0xFE, 0x00, 0x0E, 'V', 'C', 'T', 'S'}));
+    EXPECT_EQ(stamped.size(), jpeg.size() + 12 + 16);
+    EXPECT_EQ(stamped.back(), 0xD9);
+    uint64_t none = 0;
+    EXPECT_FALSE(DecodeFillTime(mjpg, AddCounterToJpeg(jpeg, 1).data(), 18, &none));
 }
 
 }  // namespace

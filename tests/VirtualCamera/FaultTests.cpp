@@ -142,6 +142,48 @@ TEST_F(VirtualCameraFaultTest, UnpluggedDeviceReportsDeviceLostAndStops) {
     EXPECT_EQ(graph.control->Stop(), S_OK);
 }
 
+TEST_F(VirtualCameraFaultTest, UnplugPutsDeviceLostForRemovalIntoTheGraphsQueue) {
+    const std::wstring name =
+        AddDevice(L"fault = unplug_after:4\nmode = YUY2 videoinfo 64 48 200000\n");
+    CaptureGraph graph;
+    BuildGraph(name, &graph);
+    ASSERT_TRUE(SUCCEEDED(graph.control->Run()));
+    // Polls the queue without waiting in it, as an owner of a graph does.
+    bool lost = false;
+    LONG_PTR device = 0;
+    LONG_PTR change = -1;
+    size_t framesWhenLost = 0;
+    const LONGLONG deadline = NowMilliseconds() + kStateDeadlineMs;
+    while (!lost && NowMilliseconds() < deadline) {
+        long code = 0;
+        LONG_PTR param1 = 0;
+        LONG_PTR param2 = 0;
+        const HRESULT hr = graph.events->GetEvent(&code, &param1, &param2, 0);
+        if (hr == E_ABORT) {
+            Sleep(1);  // The queue is empty: give the streaming thread the processor.
+            continue;
+        }
+        ASSERT_EQ(hr, S_OK);
+        if (code == EC_DEVICE_LOST) {
+            lost = true;
+            device = param1;
+            change = param2;
+            framesWhenLost = graph.sink->FrameCount();
+        }
+        graph.events->FreeEventParams(code, param1, param2);
+    }
+    ASSERT_TRUE(lost);
+    // 0: the device went away (1 would be its arrival).
+    EXPECT_EQ(change, 0);
+    ComPtr<IBaseFilter> camera;
+    ASSERT_EQ(graph.camera.As(&camera), S_OK);
+    EXPECT_EQ(device, reinterpret_cast<LONG_PTR>(camera.Get()));
+    // Every frame before the loss was delivered before it was reported, and none after it.
+    EXPECT_EQ(framesWhenLost, 4u);
+    EXPECT_EQ(graph.control->Stop(), S_OK);
+    EXPECT_EQ(graph.sink->FrameCount(), 4u);
+}
+
 TEST_F(VirtualCameraFaultTest, CrashInCapabilitiesEndsTheProcess) {
     const std::wstring crashing =
         AddDevice(L"fault = crash_caps\nmode = YUY2 videoinfo 64 48 333333\n");

@@ -81,6 +81,7 @@ public:
         return S_OK;
     }
     STDMETHODIMP QueryAccept(const AM_MEDIA_TYPE* type) override {
+        if (!acceptNewTypes_) return S_FALSE;
         return type->majortype == MEDIATYPE_Video ? S_OK : S_FALSE;
     }
     STDMETHODIMP EnumMediaTypes(IEnumMediaTypes**) override { return E_NOTIMPL; }
@@ -116,7 +117,13 @@ public:
         std::lock_guard<std::mutex> lock(lock_);
         return type_;
     }
+    // The frames from a sample that brings a type on have that type.
+    void ChangeType(const AM_MEDIA_TYPE& type) {
+        std::lock_guard<std::mutex> lock(lock_);
+        type_.Assign(type);
+    }
     bool notified_ = false;
+    std::atomic<bool> acceptNewTypes_{true};
 
 private:
     FrameSink* filter_;
@@ -275,11 +282,22 @@ void FrameSink::Record(IMediaSample* sample) {
     frame.hasTime = sample->GetTime(&frame.start, &frame.stop) == S_OK;
     frame.discontinuity = sample->IsDiscontinuity() == S_OK;
     frame.syncPoint = sample->IsSyncPoint() == S_OK;
+    AM_MEDIA_TYPE* newType = nullptr;
+    frame.mediaTypeResult = sample->GetMediaType(&newType);
+    if (newType) {
+        frame.mediaType.Assign(*newType);
+        pin_->ChangeType(*newType);
+        VirtualCamera::DeleteMediaType(newType);
+    }
     const MediaType type = pin_->Type();
     if (SUCCEEDED(sample->GetPointer(&data)) && data) {
-        frame.counterDecoded = VirtualCamera::DecodeFrameCounter(
-            type->subtype, data, static_cast<size_t>(frame.actualLength), &frame.counter);
+        const size_t length = static_cast<size_t>(frame.actualLength);
+        frame.counterDecoded =
+            VirtualCamera::DecodeFrameCounter(type->subtype, data, length, &frame.counter);
+        frame.fillTimeDecoded =
+            VirtualCamera::DecodeFillTime(type->subtype, data, length, &frame.fillTime);
         frame.validJpeg = LooksLikeJpeg(data, frame.actualLength);
+        if (keepBytes_) frame.bytes.assign(data, data + length);
     }
     std::lock_guard<std::mutex> lock(framesLock_);
     frames_.push_back(frame);
@@ -308,6 +326,10 @@ MediaType FrameSink::ConnectedType() {
 
 bool FrameSink::NotifiedAllocator() const {
     return pin_->notified_;
+}
+
+void FrameSink::AcceptNewTypes(bool accept) {
+    pin_->acceptNewTypes_ = accept;
 }
 
 }  // namespace VirtualCameraTests

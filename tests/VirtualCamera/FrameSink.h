@@ -1,6 +1,8 @@
 #pragma once
 // A minimal rendering filter for tests: one input pin that accepts any video type and records
-// every sample it receives (frame counter, stream times, size, flags, arrival time).
+// every sample it receives (frame counter, fill time, stream times, size, flags, media type,
+// arrival time). A sample that brings a new media type changes the type the frames after it
+// are read with, as in a real renderer.
 
 #include <windows.h>
 #include <strmif.h>
@@ -19,6 +21,11 @@ namespace VirtualCameraTests {
 struct ReceivedFrame {
     bool counterDecoded = false;
     uint32_t counter = 0;
+    bool fillTimeDecoded = false;
+    uint64_t fillTime = 0;
+    // IMediaSample::GetMediaType: S_OK with the type a sample brings when the stream changes.
+    HRESULT mediaTypeResult = E_FAIL;
+    VirtualCamera::MediaType mediaType;
     bool hasTime = false;
     REFERENCE_TIME start = 0;
     REFERENCE_TIME stop = 0;
@@ -28,6 +35,7 @@ struct ReceivedFrame {
     bool syncPoint = false;
     bool validJpeg = false;
     LONGLONG arrivalMicroseconds = 0;
+    std::vector<BYTE> bytes;  // The sample's data, when the sink keeps it.
 };
 
 class FrameSinkPin;
@@ -60,6 +68,10 @@ public:
     // The type the camera connected with (valid while connected).
     VirtualCamera::MediaType ConnectedType();
     bool NotifiedAllocator() const;
+    // Whether QueryAccept takes a new type while connected (a source asks before it changes).
+    void AcceptNewTypes(bool accept);
+    // Whether each frame keeps a copy of the sample's data (off at first).
+    void KeepBytes(bool keep) { keepBytes_ = keep; }
 
     void Record(IMediaSample* sample);
     FILTER_STATE CurrentState() const { return state_; }
@@ -69,6 +81,7 @@ private:
     std::atomic<ULONG> references_{1};
     std::unique_ptr<FrameSinkPin> pin_;
     FILTER_STATE state_ = State_Stopped;
+    std::atomic<bool> keepBytes_{false};
     IFilterGraph* graph_ = nullptr;
     Microsoft::WRL::ComPtr<IReferenceClock> clock_;
     std::mutex framesLock_;

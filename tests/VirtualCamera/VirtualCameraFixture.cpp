@@ -163,7 +163,8 @@ void VirtualCameraTest::BuildGraph(const std::wstring& instanceName, CaptureGrap
               S_OK);
     graph->camera = BindFilterOrFail(instanceName);
     ASSERT_TRUE(graph->camera);
-    graph->sink.Attach(new FrameSink());
+    // Adopts the creator's reference: MinGW's ComPtr::Attach would add one of its own.
+    *graph->sink.ReleaseAndGetAddressOf() = new FrameSink();
     ASSERT_EQ(graph->graph->AddFilter(graph->camera.Get(), L"Camera"), S_OK);
     ASSERT_EQ(graph->graph->AddFilter(graph->sink.Get(), L"Sink"), S_OK);
     ComPtr<IPin> out = OutputPin(graph->camera.Get());

@@ -46,6 +46,16 @@ struct DeviceRecord {
     std::wstring displayName;   // The moniker's display name.
 };
 
+// The power-line frequency (anti-flicker) last set on a filter of the device through its
+// IKsPropertySet: Value and Flags of the KSPROPERTY_VIDEOPROCAMP_S record. Adding the device
+// again clears it.
+struct PowerLineReport {
+    LONG value = 0;
+    ULONG flags = 0;
+};
+// False when nothing was set since the device was added, or there is no such device.
+bool ReadPowerLineReport(const std::wstring& instanceName, PowerLineReport* report);
+
 // Instance names of the registered virtual devices.
 std::vector<std::wstring> ListDevices();
 std::vector<DeviceRecord> ListDeviceRecords();

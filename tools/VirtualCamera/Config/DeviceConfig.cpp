@@ -294,6 +294,10 @@ bool ParseOneFault(const std::wstring& item, FaultConfig* faults, LineError err)
         faults->shortFormatAt = number;
     } else if (name == L"short_mediums" && !hasArgument) {
         faults->shortMediumList = true;
+    } else if (name == L"powerline_unsupported" && !hasArgument) {
+        faults->powerLine = PowerLineFault::Unsupported;
+    } else if (name == L"powerline_read_only" && !hasArgument) {
+        faults->powerLine = PowerLineFault::ReadOnly;
     } else {
         return err.Fail(L"unknown fault '" + item + L"'");
     }
@@ -309,6 +313,20 @@ bool ParseFaults(const std::wstring& value, FaultConfig* faults, LineError err) 
             return false;
         }
     }
+    return true;
+}
+
+// "N:M": after N frames of a run, mode M. That mode M exists is checked once all lines are read.
+bool ParseModeChange(const std::wstring& value, ModeChangeConfig* change, LineError err) {
+    const auto parts = Split(value, L':');
+    LONG frames = 0;
+    LONG mode = 0;
+    if (parts.size() != 2 || !ParseLong(parts[0], &frames) || frames < 0 ||
+        !ParseLong(parts[1], &mode) || mode < 0) {
+        return err.Fail(L"change_after needs <frames>:<mode index>, got '" + value + L"'");
+    }
+    change->afterFrames = frames;
+    change->toMode = static_cast<size_t>(mode);
     return true;
 }
 
@@ -365,6 +383,12 @@ bool ParseSettingLine(const std::wstring& key, const std::wstring& value, Device
     if (name == L"fault") {
         return ParseFaults(value, &settings->faults, err);
     }
+    if (name == L"change_after") {
+        return ParseModeChange(value, &settings->modeChange, err);
+    }
+    if (name == L"stamp_fill_time") {
+        return ParseOnOff(value, &settings->stampFillTime, err);
+    }
     return err.Fail(L"unknown key '" + key + L"'");
 }
 
@@ -400,6 +424,17 @@ void ApplySettingDefaults(DeviceSettings* settings) {
     if (settings->mediums.empty()) {
         settings->mediums.push_back({KSMEDIUMSETID_Standard, 0, 0});
     }
+}
+
+// What can only be judged with all of a device's lines read.
+bool CheckSettings(const DeviceSettings& settings, LineError err) {
+    const ModeChangeConfig& change = settings.modeChange;
+    if (change.afterFrames >= 0 && change.toMode >= settings.modes.size()) {
+        return err.Fail(L"change_after names mode " + std::to_wstring(change.toMode) +
+                        L", but the device has " + std::to_wstring(settings.modes.size()) +
+                        L" modes");
+    }
+    return true;
 }
 
 std::vector<std::wstring> SplitLines(const std::wstring& text) {
@@ -485,6 +520,10 @@ bool ParseDescription(const std::wstring& text, std::vector<DeviceDescription>* 
     }
     for (auto& device : *devices) {
         ApplySettingDefaults(&device.settings);
+        std::wstring message;
+        if (!CheckSettings(device.settings, LineError(&message))) {
+            return LineError(error).Fail(L"device '" + device.instanceName + L"': " + message);
+        }
     }
     return true;
 }
@@ -508,7 +547,7 @@ bool ParseDeviceSettings(const std::wstring& text, DeviceSettings* settings, std
         }
     }
     ApplySettingDefaults(settings);
-    return true;
+    return CheckSettings(*settings, LineError(error));
 }
 
 std::wstring DescriptionFormatHelp() {
@@ -552,10 +591,28 @@ Behaviour:
                        and in the pin's media types
       short_mediums    KsQueryMediums states a Size one medium short of its Count (the
                        mediums themselves are all there)
+      powerline_unsupported  the filter's IKsPropertySet knows no power-line frequency
+                       (QuerySupported, Get and Set fail with E_PROP_ID_UNSUPPORTED)
+      powerline_read_only    the power-line frequency can be read but not set: QuerySupported
+                       reports get support only, and Set fails with 0x80070001
+  change_after = N:M             after N frames of a run the stream goes on in mode M (0 is the
+                                 first): the next sample carries M's media type
+                                 (IMediaSample::SetMediaType), once the input pin has accepted it
+                                 (QueryAccept), and the frames from then on are M's
+  stamp_fill_time = on | off     each frame carries the performance counter at which it was
+                                 filled (default off; see below)
+
+Power-line frequency: the capture filter answers IKsPropertySet for
+PROPSETID_VIDCAP_VIDEOPROCAMP, KSPROPERTY_VIDEOPROCAMP_POWERLINE_FREQUENCY (13), value 0 to 3,
+50 Hz (1) at first. What was last set is also written to the device's property bag, as the
+numbers VirtualCameraPowerLineValue and VirtualCameraPowerLineFlags ("VirtualCameraTool report").
 
 Frame counter: the first 32 pixels of the first row in memory carry the frame number, most
 significant bit first; a pixel is bright (luma 235, or RGB channels 255) for 1 and dark for 0.
 MJPG frames carry it in a JPEG comment segment "VCAM" + 4 bytes big-endian right after SOI.
+Fill time (stamp_fill_time = on): the 64 pixels after the counter carry the performance counter,
+the same way; MJPG frames carry it in a second comment segment "VCTS" + 8 bytes big-endian right
+after the counter's.
 )";
 }
 

@@ -51,6 +51,14 @@ struct MediumConfig {
     ULONG flags = 0;
 };
 
+// How the capture filter answers for the power-line frequency property
+// (PROPSETID_VIDCAP_VIDEOPROCAMP, KSPROPERTY_VIDEOPROCAMP_POWERLINE_FREQUENCY).
+enum class PowerLineFault {
+    None,         // Get and set are supported.
+    Unsupported,  // QuerySupported, Get and Set fail with E_PROP_ID_UNSUPPORTED.
+    ReadOnly,     // QuerySupported reports get support only; Set is refused.
+};
+
 struct FaultConfig {
     bool refuseCreate = false;    // IPersistPropertyBag::Load fails, so BindToObject fails.
     bool failCapsCount = false;   // GetNumberOfCapabilities fails.
@@ -66,6 +74,13 @@ struct FaultConfig {
     int statedCapsSize = -1;       // GetNumberOfCapabilities states this size (-1: the true one).
     int shortFormatAt = -1;        // The format block of this mode lacks its header's last byte.
     bool shortMediumList = false;  // KsQueryMediums states a Size one medium short of Count.
+    PowerLineFault powerLine = PowerLineFault::None;
+};
+
+// A change of mode in the middle of a run, as a device makes when its format changes on its own.
+struct ModeChangeConfig {
+    LONG afterFrames = -1;  // Frames of a run before the change (-1: never).
+    size_t toMode = 0;      // Index of the mode the stream goes on in.
 };
 
 struct DeviceSettings {
@@ -75,6 +90,9 @@ struct DeviceSettings {
     bool streamConfig = true;
     std::vector<MediumConfig> mediums;  // Filled with the standard medium when not given.
     FaultConfig faults;
+    ModeChangeConfig modeChange;
+    // Each frame carries the performance counter at which it was filled (see FramePattern.h).
+    bool stampFillTime = false;
 };
 
 struct DeviceDescription {

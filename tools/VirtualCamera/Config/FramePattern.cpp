@@ -96,23 +96,46 @@ void PaintRgb(size_t bytesPerPixel, LONG width, LONG rows, uint32_t phase, BYTE*
     }
 }
 
-void WriteCounter(PixelLayout layout, LONG width, uint32_t counter, BYTE* data, size_t size) {
+// Writes `bits` bits of `value`, most significant first, into the pixels of the first row from
+// `firstPixel` on: bright for 1, dark for 0.
+void WriteBits(PixelLayout layout, LONG width, int firstPixel, int bits, uint64_t value, BYTE* data,
+               size_t size) {
     const CounterLayout where = CounterLayoutOf(layout);
-    for (int bit = 0; bit < kCounterPixels && bit < width; ++bit) {
-        const bool one = (counter >> (31 - bit)) & 1;
-        const size_t position = where.offset + bit * where.step;
+    for (int bit = 0; bit < bits && firstPixel + bit < width; ++bit) {
+        const bool one = (value >> (bits - 1 - bit)) & 1;
+        const size_t position = where.offset + (firstPixel + bit) * where.step;
         const size_t pixelBytes =
             where.yuv ? 1 : (where.step == 3 || where.step == 4 ? where.step : 2);
         if (position + pixelBytes > size) {
             return;
         }
-        const BYTE value = where.yuv ? (one ? kLumaBright : kLumaDark) : (one ? 0xff : 0x00);
-        memset(data + position, value, pixelBytes);
+        const BYTE value8 = where.yuv ? (one ? kLumaBright : kLumaDark) : (one ? 0xff : 0x00);
+        memset(data + position, value8, pixelBytes);
         if (!where.yuv && where.step == 4) {
             data[position + 3] = 0xff;
         }
     }
 }
+
+// Reads what WriteBits wrote; false when the frame is too small to hold it.
+bool ReadBits(PixelLayout layout, int firstPixel, int bits, const BYTE* data, size_t size,
+              uint64_t* value) {
+    const CounterLayout where = CounterLayoutOf(layout);
+    if (where.offset + (firstPixel + bits - 1) * where.step >= size) {
+        return false;
+    }
+    uint64_t read = 0;
+    for (int bit = 0; bit < bits; ++bit) {
+        read =
+            (read << 1) | (data[where.offset + (firstPixel + bit) * where.step] >= 128 ? 1u : 0u);
+    }
+    *value = read;
+    return true;
+}
+
+const BYTE kCounterSegment[] = {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x0A, 'V', 'C', 'A', 'M'};
+const BYTE kFillTimeSegment[] = {0xFF, 0xFE, 0x00, 0x0E, 'V', 'C', 'T', 'S'};
+constexpr size_t kCounterSegmentEnd = sizeof(kCounterSegment) + 4;
 
 }  // namespace
 
@@ -149,31 +172,65 @@ void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, 
             PaintRgb(2, width, rows, counter, data, size);
             break;
     }
-    WriteCounter(layout, width, counter, data, size);
+    WriteBits(layout, width, 0, kCounterPixels, counter, data, size);
 }
 
 bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint32_t* counter) {
     const PixelLayout layout = LayoutOfSubtype(subtype);
     if (layout == PixelLayout::MJPG) {
-        static const BYTE kHeader[] = {0xFF, 0xD8, 0xFF, 0xFE, 0x00, 0x0A, 'V', 'C', 'A', 'M'};
-        if (size < sizeof(kHeader) + 4 || memcmp(data, kHeader, sizeof(kHeader)) != 0) {
+        if (size < kCounterSegmentEnd ||
+            memcmp(data, kCounterSegment, sizeof(kCounterSegment)) != 0) {
             return false;
         }
-        const BYTE* value = data + sizeof(kHeader);
+        const BYTE* value = data + sizeof(kCounterSegment);
         *counter = (static_cast<uint32_t>(value[0]) << 24) |
                    (static_cast<uint32_t>(value[1]) << 16) |
                    (static_cast<uint32_t>(value[2]) << 8) | value[3];
         return true;
     }
-    const CounterLayout where = CounterLayoutOf(layout);
-    if (where.offset + (kCounterPixels - 1) * where.step >= size) {
+    uint64_t value = 0;
+    if (!ReadBits(layout, 0, kCounterPixels, data, size, &value)) {
         return false;
     }
-    uint32_t value = 0;
-    for (int bit = 0; bit < kCounterPixels; ++bit) {
-        value = (value << 1) | (data[where.offset + bit * where.step] >= 128 ? 1u : 0u);
+    *counter = static_cast<uint32_t>(value);
+    return true;
+}
+
+void WriteFillTime(const GUID& subtype, LONG width, uint64_t fillTime, BYTE* data, size_t size) {
+    WriteBits(LayoutOfSubtype(subtype), width, kCounterPixels, kFillTimePixels, fillTime, data,
+              size);
+}
+
+std::vector<BYTE> AddFillTimeToJpeg(const std::vector<BYTE>& jpegWithCounter, uint64_t fillTime) {
+    if (jpegWithCounter.size() < kCounterSegmentEnd) {
+        return jpegWithCounter;
     }
-    *counter = value;
+    std::vector<BYTE> stamped(jpegWithCounter.begin(),
+                              jpegWithCounter.begin() + kCounterSegmentEnd);
+    stamped.insert(stamped.end(), kFillTimeSegment, kFillTimeSegment + sizeof(kFillTimeSegment));
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        stamped.push_back(static_cast<BYTE>(fillTime >> shift));
+    }
+    stamped.insert(stamped.end(), jpegWithCounter.begin() + kCounterSegmentEnd,
+                   jpegWithCounter.end());
+    return stamped;
+}
+
+bool DecodeFillTime(const GUID& subtype, const BYTE* data, size_t size, uint64_t* fillTime) {
+    const PixelLayout layout = LayoutOfSubtype(subtype);
+    if (layout != PixelLayout::MJPG) {
+        return ReadBits(layout, kCounterPixels, kFillTimePixels, data, size, fillTime);
+    }
+    const size_t end = kCounterSegmentEnd + sizeof(kFillTimeSegment) + 8;
+    if (size < end || memcmp(data, kCounterSegment, sizeof(kCounterSegment)) != 0 ||
+        memcmp(data + kCounterSegmentEnd, kFillTimeSegment, sizeof(kFillTimeSegment)) != 0) {
+        return false;
+    }
+    uint64_t value = 0;
+    for (size_t i = end - 8; i < end; ++i) {
+        value = (value << 8) | data[i];
+    }
+    *fillTime = value;
     return true;
 }
 

@@ -28,4 +28,18 @@ inline constexpr HRESULT kCreateRefusedError = HRESULT_FROM_WIN32(ERROR_DEVICE_N
 // The code Run is refused with (fault = run_in_use): a device already in use elsewhere.
 inline constexpr HRESULT kRunRefusedError = HRESULT_FROM_WIN32(ERROR_GEN_FAILURE);
 
+// The property set of the video processing amplifier, PROPSETID_VIDCAP_VIDEOPROCAMP
+// {C6E13360-30AC-11D0-A18C-00A0C9118956}: defined here because the headers declare it only for
+// code that instantiates the kernel-streaming GUIDs.
+extern const GUID PROPSETID_VirtualCameraVideoProcAmp;
+
+// The code a read-only power-line frequency refuses Set with (fault = powerline_read_only), as a
+// kernel-streaming driver without a set handler does (STATUS_INVALID_DEVICE_REQUEST).
+inline constexpr HRESULT kPropertyReadOnlyError = HRESULT_FROM_WIN32(ERROR_INVALID_FUNCTION);
+
+// The property-bag values in which the capture filter reports the power-line frequency last set
+// through its IKsPropertySet (VT_I4 each).
+inline constexpr const wchar_t* kBagPowerLineValue = L"VirtualCameraPowerLineValue";
+inline constexpr const wchar_t* kBagPowerLineFlags = L"VirtualCameraPowerLineFlags";
+
 }  // namespace VirtualCamera

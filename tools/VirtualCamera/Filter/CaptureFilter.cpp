@@ -35,6 +35,8 @@ STDMETHODIMP CaptureFilter::QueryInterface(REFIID riid, void** object) {
         *object = static_cast<IAMFilterMiscFlags*>(this);
     } else if (riid == IID_IPersistPropertyBag) {
         *object = static_cast<IPersistPropertyBag*>(this);
+    } else if (riid == IID_IKsPropertySet) {
+        *object = static_cast<IKsPropertySet*>(this);
     } else {
         return E_NOINTERFACE;
     }
@@ -216,7 +218,7 @@ STDMETHODIMP_(ULONG) CaptureFilter::GetMiscFlags() {
 
 void CaptureFilter::NotifyDeviceLost() {
     // Runs on the streaming thread, which the filter lock's owner may be joining: take no lock.
-    IMediaEventSink* sink = m_eventSink;
+    IMediaEventSink* sink = m_eventSink.load();
     if (sink) {
         sink->Notify(EC_DEVICE_LOST, reinterpret_cast<LONG_PTR>(static_cast<IBaseFilter*>(this)),
                      0);
@@ -247,6 +249,7 @@ STDMETHODIMP CaptureFilter::Load(IPropertyBag* bag, IErrorLog*) {
     if (FAILED(hr)) {
         return hr;
     }
+    m_powerLine.Configure(m_settings.faults.powerLine, bag);
     if (m_settings.faults.delayBindMs) {
         Sleep(m_settings.faults.delayBindMs);
     }
@@ -276,6 +279,24 @@ HRESULT CaptureFilter::ReadSettings(IPropertyBag* bag) {
 
 STDMETHODIMP CaptureFilter::Save(IPropertyBag*, BOOL, BOOL) {
     return E_NOTIMPL;
+}
+
+// ---- Device properties -----------------------------------------------------------------------
+
+STDMETHODIMP CaptureFilter::Set(REFGUID set, DWORD id, void*, DWORD, void* data, DWORD dataSize) {
+    std::lock_guard<std::recursive_mutex> lock(m_lock);
+    return m_powerLine.Set(set, id, data, dataSize);
+}
+
+STDMETHODIMP CaptureFilter::Get(REFGUID set, DWORD id, void*, DWORD, void* data, DWORD dataSize,
+                                DWORD* returned) {
+    std::lock_guard<std::recursive_mutex> lock(m_lock);
+    return m_powerLine.Get(set, id, data, dataSize, returned);
+}
+
+STDMETHODIMP CaptureFilter::QuerySupported(REFGUID set, DWORD id, DWORD* support) {
+    std::lock_guard<std::recursive_mutex> lock(m_lock);
+    return m_powerLine.QuerySupported(set, id, support);
 }
 
 }  // namespace VirtualCamera

@@ -2,6 +2,17 @@
 // The virtual camera's source filter: one capture output pin, a device's settings read from its
 // property bag when the device moniker binds, and the usual Stopped/Paused/Running states. A
 // live source: it produces frames only while running, and reports VFW_S_CANT_CUE when paused.
+// Its IKsPropertySet answers the device's power-line frequency (PowerLineProperty.h).
+//
+// References: the filter counts its own references and owns its pin, whose references count on
+// the filter. Upward it keeps plain pointers only: to the graph it joined and to that graph's
+// IMediaEventSink, through which the streaming thread reports a lost device (EC_DEVICE_LOST);
+// the graph owns the filter, and a counted pointer would keep it alive through its own filter.
+// The power-line property keeps the device's property bag (counted) to report what was set.
+//
+// Threads and locks: m_lock (recursive) guards the state, the settings, the pin's connection and
+// the properties, taken by every call from the graph or an application. The streaming thread
+// takes no lock of the filter's: the owner of m_lock may be joining it.
 
 #include <windows.h>
 #include <strmif.h>
@@ -15,6 +26,7 @@
 
 #include "tools/VirtualCamera/Config/DeviceConfig.h"
 #include "tools/VirtualCamera/Filter/ModuleLifetime.h"
+#include "tools/VirtualCamera/Filter/PowerLineProperty.h"
 
 namespace VirtualCamera {
 
@@ -22,7 +34,8 @@ class CapturePin;
 
 class CaptureFilter final : public IBaseFilter,
                             public IAMFilterMiscFlags,
-                            public IPersistPropertyBag {
+                            public IPersistPropertyBag,
+                            public IKsPropertySet {
 public:
     CaptureFilter();
 
@@ -57,6 +70,13 @@ public:
     STDMETHODIMP Load(IPropertyBag* bag, IErrorLog* log) override;
     STDMETHODIMP Save(IPropertyBag* bag, BOOL clearDirty, BOOL saveAll) override;
 
+    // IKsPropertySet: the device's properties (the pin has its own, for its category).
+    STDMETHODIMP Set(REFGUID set, DWORD id, void* instance, DWORD instanceSize, void* data,
+                     DWORD dataSize) override;
+    STDMETHODIMP Get(REFGUID set, DWORD id, void* instance, DWORD instanceSize, void* data,
+                     DWORD dataSize, DWORD* returned) override;
+    STDMETHODIMP QuerySupported(REFGUID set, DWORD id, DWORD* support) override;
+
     // For the pin.
     const DeviceSettings& Settings() const { return m_settings; }
     std::recursive_mutex& Lock() { return m_lock; }
@@ -78,9 +98,11 @@ private:
     std::wstring m_deviceName;
     FILTER_STATE m_state = State_Stopped;
     Microsoft::WRL::ComPtr<IReferenceClock> m_clock;
-    // The graph owns the filter, so the filter keeps only plain pointers to it.
+    // The graph owns the filter, so the filter keeps only plain pointers to it. The event sink
+    // is read by the streaming thread without the lock, hence atomic.
     IFilterGraph* m_graph = nullptr;
-    IMediaEventSink* m_eventSink = nullptr;
+    std::atomic<IMediaEventSink*> m_eventSink{nullptr};
+    PowerLineProperty m_powerLine;
     std::wstring m_nameInGraph;
     std::unique_ptr<CapturePin> m_pin;
 };

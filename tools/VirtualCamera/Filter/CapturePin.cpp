@@ -239,9 +239,12 @@ HRESULT CapturePin::DecideAllocator(IMemInputPin* input, IMemAllocator** chosen)
 
 HRESULT CapturePin::ConfigureAllocator(IMemAllocator* allocator, const ALLOCATOR_PROPERTIES& wanted,
                                        IMemInputPin* input) {
+    // Buffers for the larger of the two modes when the device changes mode while it runs: the
+    // samples of the new mode come from the same allocator.
+    const long frameBytes = static_cast<long>(std::max(FrameBytes(), ChangeTargetBytes()));
     ALLOCATOR_PROPERTIES request = wanted;
     request.cBuffers = std::max(wanted.cBuffers, kMinimumBuffers);
-    request.cbBuffer = std::max<long>(wanted.cbBuffer, static_cast<long>(FrameBytes()));
+    request.cbBuffer = std::max<long>(wanted.cbBuffer, frameBytes);
     request.cbAlign = std::max<long>(wanted.cbAlign, 1);
     request.cbPrefix = wanted.cbPrefix;
     ALLOCATOR_PROPERTIES actual = {};
@@ -249,7 +252,7 @@ HRESULT CapturePin::ConfigureAllocator(IMemAllocator* allocator, const ALLOCATOR
     if (FAILED(hr)) {
         return hr;
     }
-    if (actual.cbBuffer < static_cast<long>(FrameBytes())) {
+    if (actual.cbBuffer < frameBytes) {
         return E_FAIL;
     }
     return input->NotifyAllocator(allocator, FALSE);
@@ -395,6 +398,35 @@ DWORD CapturePin::FrameBytes() const {
         bytes = ImageSize(m_connectionType->subtype, header->biWidth, header->biHeight);
     }
     return std::max<DWORD>(bytes, 1);
+}
+
+DWORD CapturePin::ChangeTargetBytes() const {
+    const DeviceSettings& settings = m_filter->Settings();
+    if (settings.modeChange.afterFrames < 0) {
+        return 0;
+    }
+    const ModeConfig& target = settings.modes[settings.modeChange.toMode];
+    return ImageSize(target.subtype, target.width, target.height);
+}
+
+HRESULT CapturePin::PrepareModeChange(const ModeConfig* current, ModeChange* change) const {
+    const DeviceSettings& settings = m_filter->Settings();
+    const ModeChangeConfig& configured = settings.modeChange;
+    // A stream already in the target mode (it changed in an earlier run) stays in it.
+    if (configured.afterFrames < 0 || current == &settings.modes[configured.toMode]) {
+        return S_OK;
+    }
+    const ModeConfig& target = settings.modes[configured.toMode];
+    const HRESULT hr = BuildOfferedType(configured.toMode, change->type.get());
+    if (FAILED(hr)) {
+        return hr;
+    }
+    change->afterFrames = configured.afterFrames;
+    change->subtype = target.subtype;
+    change->width = target.width;
+    change->height = target.height;
+    change->frameInterval = target.avgTimePerFrame;
+    return S_OK;
 }
 
 REFERENCE_TIME CapturePin::FrameInterval() const {
@@ -660,6 +692,11 @@ void CapturePin::EndStreamingThread() {
     m_streamer.Stop();
     // The next run's frames go on counting where this one stopped.
     m_nextCounter = std::max(m_streamer.NextCounter(), m_nextCounter);
+    // A stream that changed its mode goes on in the new one: the connection now has its type.
+    MediaType changed;
+    if (m_streamer.TakeChangedType(&changed)) {
+        m_connectionType = changed;
+    }
 }
 
 HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start) {
@@ -667,10 +704,12 @@ HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start)
     if (!m_peer || m_deviceLost) {
         return S_OK;
     }
-    const FaultConfig& faults = m_filter->Settings().faults;
+    const DeviceSettings& settings = m_filter->Settings();
+    const FaultConfig& faults = settings.faults;
     StreamSession session;
     session.allocator = m_allocator;
     session.input = m_peerInput;
+    session.peer = m_peer;
     session.subtype = m_connectionType->subtype;
     const ModeConfig* mode = FindMode(*m_connectionType);
     session.width = mode ? mode->width : 0;
@@ -685,6 +724,11 @@ HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start)
         m_deviceLost = true;
         m_filter->NotifyDeviceLost();
     };
+    session.stampFillTime = settings.stampFillTime;
+    const HRESULT hr = PrepareModeChange(mode, &session.change);
+    if (FAILED(hr)) {
+        return hr;
+    }
     m_streamer.Start(std::move(session));
     return S_OK;
 }

@@ -2,7 +2,9 @@
 // The capture filter's single output pin: connects as a DirectShow output pin (it proposes the
 // types, the input pin accepts, then an allocator is agreed on through IMemInputPin), describes
 // the device's modes through IAMStreamConfig, its category through IKsPropertySet and its
-// mediums through IKsPin, and runs the streaming thread.
+// mediums through IKsPin, and runs the streaming thread. A device that changes its mode during
+// a run (change_after) attaches the new type to the first sample of the new mode, and its
+// connection keeps that type once the run ends.
 
 #include <windows.h>
 #include <strmif.h>
@@ -99,6 +101,10 @@ private:
     void ClearConnection();
     const ModeConfig* FindMode(const AM_MEDIA_TYPE& type) const;
     DWORD FrameBytes() const;
+    // The bytes of a frame of the mode the device changes to while it runs; 0 without a change.
+    DWORD ChangeTargetBytes() const;
+    // Fills `change` when the device changes mode during a run that starts in `current`.
+    HRESULT PrepareModeChange(const ModeConfig* current, ModeChange* change) const;
     REFERENCE_TIME FrameInterval() const;
     HRESULT ReconnectWith(const AM_MEDIA_TYPE& type);
 

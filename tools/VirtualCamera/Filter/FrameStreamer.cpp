@@ -29,6 +29,13 @@ private:
     bool m_initialized;
 };
 
+// The moment a frame is finished, as the performance counter tells it.
+uint64_t FillTime() {
+    LARGE_INTEGER now = {};
+    QueryPerformanceCounter(&now);
+    return static_cast<uint64_t>(now.QuadPart);
+}
+
 }  // namespace
 
 void FrameStreamer::Start(StreamSession session) {
@@ -37,6 +44,10 @@ void FrameStreamer::Start(StreamSession session) {
     m_nextCounter = m_session.firstCounter;
     m_framesSent = 0;
     m_stopRequested = false;
+    m_changeAsked = false;
+    m_typeToAttach = false;
+    m_changed = false;
+    m_changedType.Clear();
     m_thread = std::thread([this] { Loop(); });
 }
 
@@ -54,6 +65,15 @@ void FrameStreamer::Stop() {
     m_thread.join();
     // Drop every reference the session held: nothing of the graph may outlive streaming.
     m_session = StreamSession();
+}
+
+bool FrameStreamer::TakeChangedType(MediaType* type) {
+    if (m_thread.joinable() || !m_changed) {
+        return false;
+    }
+    *type = m_changedType;
+    m_changed = false;
+    return true;
 }
 
 bool FrameStreamer::WaitUntilDue(std::chrono::steady_clock::time_point due) {
@@ -81,6 +101,7 @@ void FrameStreamer::Loop() {
             }
             break;
         }
+        ChangeModeWhenDue(&jpeg);
         const HRESULT hr = DeliverFrame(jpeg.get(), first, &lastStart);
         // S_FALSE: downstream wants no more; a failure: the allocator was decommitted (stopping).
         if (hr != S_OK) {
@@ -99,11 +120,44 @@ void FrameStreamer::Loop() {
     m_wake.wait(lock, [this] { return m_stopRequested; });
 }
 
+void FrameStreamer::ChangeModeWhenDue(std::unique_ptr<JpegEncoder>* jpeg) {
+    ModeChange& change = m_session.change;
+    if (m_changeAsked || change.afterFrames < 0 || m_framesSent < change.afterFrames) {
+        return;
+    }
+    // Asked once: a pin that refuses keeps the stream in the mode it has.
+    m_changeAsked = true;
+    if (!m_session.peer || m_session.peer->QueryAccept(change.type.get()) != S_OK) {
+        return;
+    }
+    m_session.subtype = change.subtype;
+    m_session.width = change.width;
+    m_session.height = change.height;
+    if (change.frameInterval > 0) {
+        m_session.frameInterval = change.frameInterval;
+    }
+    jpeg->reset();
+    if (LayoutOfSubtype(change.subtype) == PixelLayout::MJPG) {
+        *jpeg = std::make_unique<JpegEncoder>(change.width, change.height);
+    }
+    m_typeToAttach = true;
+    m_changed = true;
+    m_changedType = change.type;
+}
+
 HRESULT FrameStreamer::DeliverFrame(JpegEncoder* jpeg, bool first, REFERENCE_TIME* lastStart) {
     Microsoft::WRL::ComPtr<IMediaSample> sample;
     HRESULT hr = m_session.allocator->GetBuffer(&sample, nullptr, nullptr, 0);
     if (FAILED(hr)) {
         return hr;
+    }
+    // The first sample of a new mode carries its type; the input pin takes it from there.
+    if (m_typeToAttach) {
+        hr = sample->SetMediaType(m_session.change.type.get());
+        if (FAILED(hr)) {
+            return hr;
+        }
+        m_typeToAttach = false;
     }
     hr = FillSample(sample.Get(), jpeg);
     if (FAILED(hr)) {
@@ -125,7 +179,10 @@ HRESULT FrameStreamer::FillSample(IMediaSample* sample, JpegEncoder* jpeg) {
     const long capacity = sample->GetSize();
     const uint32_t counter = m_nextCounter;
     if (jpeg) {
-        const std::vector<BYTE> frame = AddCounterToJpeg(jpeg->PictureFor(counter), counter);
+        std::vector<BYTE> frame = AddCounterToJpeg(jpeg->PictureFor(counter), counter);
+        if (m_session.stampFillTime) {
+            frame = AddFillTimeToJpeg(frame, FillTime());
+        }
         if (frame.size() > static_cast<size_t>(capacity) || frame.size() < 4) {
             return E_FAIL;
         }
@@ -138,6 +195,10 @@ HRESULT FrameStreamer::FillSample(IMediaSample* sample, JpegEncoder* jpeg) {
                             : capacity;
     PaintFrame(m_session.subtype, m_session.width, m_session.height, counter, data,
                static_cast<size_t>(length));
+    if (m_session.stampFillTime) {
+        WriteFillTime(m_session.subtype, m_session.width, FillTime(), data,
+                      static_cast<size_t>(length));
+    }
     return sample->SetActualDataLength(length);
 }
 

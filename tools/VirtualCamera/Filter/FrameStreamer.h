@@ -11,15 +11,31 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <memory>
 #include <thread>
+
+#include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace VirtualCamera {
 
 class JpegEncoder;
 
+// A change of mode in the middle of a run: after `afterFrames` frames the stream goes on in the
+// mode of `type`, once the input pin has accepted that type.
+struct ModeChange {
+    LONG afterFrames = -1;  // Negative: no change.
+    MediaType type;
+    GUID subtype = GUID_NULL;
+    LONG width = 0;
+    LONG height = 0;
+    REFERENCE_TIME frameInterval = 0;
+};
+
 struct StreamSession {
     Microsoft::WRL::ComPtr<IMemAllocator> allocator;
     Microsoft::WRL::ComPtr<IMemInputPin> input;
+    // The connected input pin, asked before a change of mode.
+    Microsoft::WRL::ComPtr<IPin> peer;
     GUID subtype = GUID_NULL;
     LONG width = 0;
     LONG height = 0;
@@ -33,6 +49,9 @@ struct StreamSession {
     LONG framesUntilLost = -1;
     // Called on the streaming thread when the device is lost; no frame follows.
     std::function<void()> deviceLost;
+    ModeChange change;
+    // Each frame carries the performance counter at which it was filled.
+    bool stampFillTime = false;
 };
 
 class FrameStreamer {
@@ -50,12 +69,16 @@ public:
     // The counter the next frame would carry, and the frames sent since Start.
     uint32_t NextCounter() const { return m_nextCounter; }
     LONG FramesSent() const { return m_framesSent; }
+    // After the thread has ended: the type the stream changed to in the last run, if it did.
+    bool TakeChangedType(MediaType* type);
 
 private:
     void Loop();
     bool WaitUntilDue(std::chrono::steady_clock::time_point due);
     HRESULT DeliverFrame(JpegEncoder* jpeg, bool first, REFERENCE_TIME* lastStart);
     HRESULT FillSample(IMediaSample* sample, JpegEncoder* jpeg);
+    // Asks the input pin for the new mode once its frame is due, and goes on in it if accepted.
+    void ChangeModeWhenDue(std::unique_ptr<JpegEncoder>* jpeg);
     void StampSample(IMediaSample* sample, bool first, REFERENCE_TIME* lastStart);
 
     StreamSession m_session;
@@ -65,6 +88,11 @@ private:
     bool m_stopRequested = false;
     std::atomic<uint32_t> m_nextCounter{0};
     std::atomic<LONG> m_framesSent{0};
+    // Streaming thread only, until it ends.
+    bool m_changeAsked = false;
+    bool m_typeToAttach = false;
+    bool m_changed = false;
+    MediaType m_changedType;
 };
 
 }  // namespace VirtualCamera

@@ -168,6 +168,37 @@ HRESULT DeviceRegistry::Unregister(const std::wstring& instanceName) {
     return status == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(status);
 }
 
+bool DeviceRegistry::ReadNumber(const std::wstring& instanceName, const wchar_t* name,
+                                LONG* number) {
+    ComPtr<ICreateDevEnum> devices;
+    if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_PPV_ARGS(&devices)))) {
+        return false;
+    }
+    ComPtr<IEnumMoniker> monikers;
+    if (devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &monikers, 0) != S_OK ||
+        !monikers) {
+        return false;
+    }
+    ComPtr<IMoniker> moniker;
+    while (monikers->Next(1, moniker.ReleaseAndGetAddressOf(), nullptr) == S_OK) {
+        if (_wcsicmp(InstanceNameOf(DisplayNameOf(moniker.Get())).c_str(), instanceName.c_str()) !=
+            0) {
+            continue;
+        }
+        ComPtr<IPropertyBag> bag;
+        Variant value;
+        value.get()->vt = VT_I4;
+        if (FAILED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag))) ||
+            FAILED(bag->Read(name, value.get(), nullptr)) || value->vt != VT_I4) {
+            return false;
+        }
+        *number = value->lVal;
+        return true;
+    }
+    return false;
+}
+
 std::vector<DeviceRecord> DeviceRegistry::List() {
     std::vector<DeviceRecord> records;
     ComPtr<ICreateDevEnum> devices;

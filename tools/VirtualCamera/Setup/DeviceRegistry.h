@@ -20,6 +20,9 @@ public:
     HRESULT Register(const DeviceDescription& device, std::wstring* error);
     HRESULT Unregister(const std::wstring& instanceName);
     std::vector<DeviceRecord> List();
+    // A number in the property bag of the device with this instance name; false when there is
+    // no such device or no such number.
+    bool ReadNumber(const std::wstring& instanceName, const wchar_t* name, LONG* number);
 
 private:
     HRESULT WriteNames(const DeviceDescription& device, IMoniker* moniker, IPropertyBag* bag);

@@ -148,6 +148,20 @@ bool RemoveAllDevices() {
     return allRemoved;
 }
 
+bool ReadPowerLineReport(const std::wstring& instanceName, PowerLineReport* report) {
+    ComScope com;
+    DeviceRegistry registry;
+    LONG value = 0;
+    LONG flags = 0;
+    if (!registry.ReadNumber(instanceName, kBagPowerLineValue, &value) ||
+        !registry.ReadNumber(instanceName, kBagPowerLineFlags, &flags)) {
+        return false;
+    }
+    report->value = value;
+    report->flags = static_cast<ULONG>(flags);
+    return true;
+}
+
 std::vector<DeviceRecord> ListDeviceRecords() {
     ComScope com;
     DeviceRegistry registry;

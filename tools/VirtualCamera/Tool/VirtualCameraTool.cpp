@@ -22,6 +22,7 @@ const wchar_t* const kUsage =
   add-default     add the default "Virtual Camera" device
   list            list the virtual devices: instance name, friendly name, device path
   remove NAME     remove the virtual device with this instance name
+  report NAME     what the device's filters were told: the power-line frequency last set
   clear           remove every virtual device
   --help          show this text and the description format
 Exit code 0 on success; otherwise a one-line reason on standard error.
@@ -104,13 +105,32 @@ int List() {
     return 0;
 }
 
+int Report(const std::wstring& name) {
+    bool known = false;
+    for (const auto& device : VirtualCamera::ListDevices()) {
+        known = known || _wcsicmp(device.c_str(), name.c_str()) == 0;
+    }
+    if (!known) {
+        return Failure(L"no virtual device named '" + name + L"'");
+    }
+    VirtualCamera::PowerLineReport report;
+    if (VirtualCamera::ReadPowerLineReport(name, &report)) {
+        Print(stdout, L"power-line frequency: value " + std::to_wstring(report.value) +
+                          L", flags " + std::to_wstring(report.flags) + L"\n");
+    } else {
+        Print(stdout, L"power-line frequency: not set\n");
+    }
+    return 0;
+}
+
 int Run(int argc, wchar_t** argv) {
     if (argc < 2) {
         return Failure(L"no command given; see --help");
     }
     const std::wstring command = argv[1];
     const bool hasArgument = argc >= 3;
-    if (argc > 3 || (hasArgument && command != L"add" && command != L"remove")) {
+    if (argc > 3 ||
+        (hasArgument && command != L"add" && command != L"remove" && command != L"report")) {
         return Failure(L"too many arguments for '" + command + L"'");
     }
     std::wstring error;
@@ -140,6 +160,9 @@ int Run(int argc, wchar_t** argv) {
         return VirtualCamera::RemoveDevice(argv[2])
                    ? 0
                    : Failure(L"no virtual device named '" + std::wstring(argv[2]) + L"'");
+    }
+    if (command == L"report") {
+        return hasArgument ? Report(argv[2]) : Failure(L"report needs a NAME");
     }
     if (command == L"clear") {
         return VirtualCamera::RemoveAllDevices() ? 0
