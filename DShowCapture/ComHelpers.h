@@ -13,6 +13,16 @@ namespace DShow {
 template <class T>
 using ComPtr = Microsoft::WRL::ComPtr<T>;
 
+// Takes over a reference that the caller already owns, such as one handed out through an
+// out-parameter. MinGW's ComPtr::Attach adds a reference of its own, unlike Microsoft's, and would
+// leak it.
+template <class T>
+ComPtr<T> AdoptReference(T* object) {
+    ComPtr<T> owner;
+    *owner.GetAddressOf() = object;
+    return owner;
+}
+
 // CoCreateInstance that repairs a thread without COM: on CO_E_NOTINITIALIZED it enters the
 // multithreaded apartment (COINIT_DISABLE_OLE1DDE) and tries once more. A failure to enter the
 // apartment is returned as it is.

@@ -657,8 +657,7 @@ VideoCapture::SinkFeed VideoCapture::GetSinkFeed() const {
         return SinkFeed::kOtherFilter;
     }
     // QueryPinInfo hands out a counted reference to the pin's filter: take it over.
-    ComPtr<IBaseFilter> upstreamFilter;
-    upstreamFilter.Attach(info.pFilter);
+    const ComPtr<IBaseFilter> upstreamFilter = AdoptReference(info.pFilter);
     if (upstreamFilter.Get() == m_captureFilter.Get()) {
         return SinkFeed::kDevice;
     }

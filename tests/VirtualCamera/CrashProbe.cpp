@@ -85,8 +85,9 @@ int Stream(IBaseFilter* camera) {
                                 IID_PPV_ARGS(&graph)))) {
         return kSetupFailed;
     }
+    // Adopts the creator's reference: MinGW's ComPtr::Attach would add one of its own.
     ComPtr<VirtualCameraTests::FrameSink> sink;
-    sink.Attach(new VirtualCameraTests::FrameSink());
+    *sink.ReleaseAndGetAddressOf() = new VirtualCameraTests::FrameSink();
     ComPtr<IPin> out = FirstPin(camera);
     ComPtr<IMediaControl> control;
     if (!out || FAILED(graph->AddFilter(camera, L"Camera")) ||
