@@ -81,6 +81,19 @@ TEST_F(CaptureFormat, Yuy2ConnectsDirectlyAndTheSinksFormatBecomesCurrent) {
     EXPECT_EQ(current.GetFlip(), 0);
 }
 
+TEST_F(CaptureFormat, AskingWhatFeedsTheSinkKeepsNoReference) {
+    Assemble(L"mode = YUY2 videoinfo 640 480 333333\n");
+    ASSERT_TRUE(m_capture.Allocate(Request(640, 480, 30.0f, PIXEL_FORMAT_YUY2)));
+    const ComPtr<IPin> peer = m_capture.SinkPeer();
+    ASSERT_TRUE(peer);
+    PIN_INFO info = {};
+    ASSERT_EQ(peer->QueryPinInfo(&info), S_OK);
+    const ComPtr<IBaseFilter> camera = AdoptReference(info.pFilter);
+    const ULONG before = CountOf(camera.Get());
+    EXPECT_EQ(m_capture.GetSinkFeed(), VideoCapture::SinkFeed::kDevice);
+    EXPECT_EQ(CountOf(camera.Get()), before);
+}
+
 TEST_F(CaptureFormat, FramesReachTheCallbackWithTheirSizeRisingTimesAndTheCameraCounter) {
     Assemble(L"mode = YUY2 videoinfo 640 480 333333\n");
     int userData = 0;
