@@ -1,7 +1,7 @@
 #pragma once
 
 // The framework's core header: who includes it sees the locks, the mutexes and semaphores, the
-// native layer, and the process and system services as well.
+// native layer, the process and system services, and the timers as well.
 #include "TinyFramework/Common/TinyCpuFeatures.h"
 #include "TinyFramework/Common/TinyLock.h"
 #include "TinyFramework/Common/TinyMemoryCopy.h"
@@ -55,3 +55,6 @@ private:
 };
 
 }  // namespace TinyFramework
+
+// The timers use TinyEvent, so they come after it.
+#include "TinyFramework/Common/TinyTimer.h"
