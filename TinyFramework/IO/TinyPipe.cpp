@@ -23,6 +23,25 @@ HANDLE CreateContextEvent() {
 
 }  // namespace
 
+namespace {
+// Result records alive: created by a Begin... and not yet destroyed by its completion.
+std::atomic<int32_t> g_liveAsyncResults{0};
+}  // namespace
+
+AsyncResult::AsyncResult() : m_asyncState(nullptr), m_waitHandle(INVALID_HANDLE_VALUE) {
+    g_liveAsyncResults.fetch_add(1);
+}
+
+AsyncResult::~AsyncResult() {
+    g_liveAsyncResults.fetch_sub(1);
+}
+
+int32_t AsyncResult::LiveCount() {
+    return g_liveAsyncResults.load();
+}
+
+PipeAsyncResult::PipeAsyncResult() : m_bytesTransferred(0) {}
+
 PER_IO_CONTEXT::PER_IO_CONTEXT()
     : OVERLAPPED(),
       m_complete(0),
@@ -31,6 +50,14 @@ PER_IO_CONTEXT::PER_IO_CONTEXT()
       m_owner(nullptr),
       m_result(nullptr) {
     hEvent = INVALID_HANDLE_VALUE;
+}
+
+BOOL PER_IO_CONTEXT::Cancel(HANDLE handle) {
+    if (handle == nullptr) {
+        return FALSE;
+    }
+    LogMessage(LOG_INFO).stream() << "[PER_IO_CONTEXT] CancelIoEx";
+    return CancelIoEx(handle, this);
 }
 
 TinyPipe::TinyPipe() : m_handle(INVALID_HANDLE_VALUE) {
@@ -118,6 +145,156 @@ int32_t TinyPipe::Write(const void* buffer, DWORD size) {
         LOG_CALL_FAILURE("WriteFile", GetLastError());
     }
     return static_cast<int32_t>(count);
+}
+
+BOOL TinyPipe::BeginRead(void* buffer, DWORD size, AsyncCallback&& callback, LPVOID state) {
+    return BeginTransfer(m_readContext, PER_IO_CONTEXT::kOperationRead, buffer, size, callback,
+                         state);
+}
+
+BOOL TinyPipe::BeginWrite(const void* buffer, DWORD size, AsyncCallback&& callback, LPVOID state) {
+    // WriteFile takes the buffer as const; the common path passes it on untouched.
+    return BeginTransfer(m_writeContext, PER_IO_CONTEXT::kOperationWrite, const_cast<void*>(buffer),
+                         size, callback, state);
+}
+
+DWORD TinyPipe::EndRead(AsyncResult* result) {
+    return static_cast<PipeAsyncResult*>(result)->m_bytesTransferred;
+}
+
+DWORD TinyPipe::EndWrite(AsyncResult* result) {
+    return static_cast<PipeAsyncResult*>(result)->m_bytesTransferred;
+}
+
+void TinyPipe::PrepareContext(PER_IO_CONTEXT& context, int32_t operation, AsyncCallback& callback,
+                              LPVOID state) {
+    context.m_operation = operation;
+    context.m_owner = this;
+    auto* result = new PipeAsyncResult();
+    context.m_result.store(result);
+    result->m_asyncState = state;
+    context.m_callback = std::move(callback);
+    ResetEvent(context.hEvent);
+}
+
+bool TinyPipe::RegisterCompletion(PER_IO_CONTEXT& context, WAITORTIMERCALLBACK routine,
+                                  DWORD* error) {
+    // The event cannot be set before the I/O call that follows, so the routine never runs
+    // before the wait handle has been stored in the record.
+    AsyncResult* result = context.m_result.load();
+    if (RegisterWaitForSingleObject(&result->m_waitHandle, context.hEvent, routine, &context,
+                                    INFINITE, WT_EXECUTEONLYONCE)) {
+        return true;
+    }
+    *error = GetLastError();
+    LOG_CALL_FAILURE("RegisterWaitForSingleObject", *error);
+    return false;
+}
+
+BOOL TinyPipe::FailBegin(PER_IO_CONTEXT& context, AsyncCallback& callback, DWORD error) {
+    context.Cancel(m_handle);
+    // `callback` is the caller's object, which PrepareContext has emptied, so this branch never
+    // runs: a failed start reports by its false result alone. It stays so that no failure is
+    // ever reported twice, once by the result and once by the callback.
+    if (!callback.IsNull()) {
+        callback.Run(static_cast<int>(error), context.m_result.load());
+    }
+    // The record is not freed here: only the completion routine frees records, so a routine that
+    // still fires on this record's wait finds no token and touches nothing of a freed one. The
+    // wait, if it was registered, stays registered on the event.
+    context.m_result.store(nullptr);
+    Close();
+    return FALSE;
+}
+
+void TinyPipe::ReleaseWait(PER_IO_CONTEXT& context, AsyncResult* result) {
+    if (result->m_waitHandle != nullptr) {
+        // From inside the wait's own routine: returns at once (with ERROR_IO_PENDING).
+        UnregisterWait(result->m_waitHandle);
+        result->m_waitHandle = nullptr;
+    }
+    ResetEvent(context.hEvent);
+}
+
+void TinyPipe::RunCallback(PER_IO_CONTEXT& context, int error, AsyncResult* result) {
+    // Run from a copy: the callback may start the next operation on this record, and that
+    // Begin... replaces the record's callback, perhaps dropping the last reference to what this
+    // one bound, while this one still runs.
+    const AsyncCallback callback = context.m_callback;
+    if (!callback.IsNull()) {
+        callback.Run(error, result);
+    }
+}
+
+void TinyPipe::FinishOperation(PER_IO_CONTEXT& context, AsyncResult* result) {
+    // The callback may already have started the next operation on this record, from inside
+    // itself or from a thread that it woke. The token is then that operation's and stays; this
+    // routine clears only its own and destroys the record it began with, so the next operation
+    // keeps its record and its completion. A caller sees the same as when nothing overlaps.
+    AsyncResult* own = result;
+    context.m_result.compare_exchange_strong(own, nullptr);
+    delete result;
+}
+
+BOOL TinyPipe::BeginTransfer(PER_IO_CONTEXT& context, int32_t operation, void* buffer, DWORD size,
+                             AsyncCallback& callback, LPVOID state) {
+    if (IsEmpty()) {
+        return FALSE;
+    }
+    PrepareContext(context, operation, callback, state);
+    DWORD error = 0;
+    if (!RegisterCompletion(context, &TinyPipe::OnTransferCompleted, &error)) {
+        return FailBegin(context, callback, error);
+    }
+    SetLastError(0);
+    // Done at once or later, the system sets the event and the completion routine runs.
+    const BOOL done = operation == PER_IO_CONTEXT::kOperationRead
+                          ? ReadFile(m_handle, buffer, size, nullptr, &context)
+                          : WriteFile(m_handle, buffer, size, nullptr, &context);
+    if (done) {
+        return TRUE;
+    }
+    error = GetLastError();
+    // A message longer than the buffer is under way as well: its rest waits for the next read,
+    // and the completion reports the code.
+    if (error == ERROR_MORE_DATA || error == ERROR_IO_PENDING) {
+        return TRUE;
+    }
+    if (operation == PER_IO_CONTEXT::kOperationRead) {
+        LogMessage(__FILE__, __LINE__).stream() << StringPrintf(
+            "Failed to ReadFileEx(%d,%s)", static_cast<int>(error), GetErrorText(error));
+    } else {
+        LOG_CALL_FAILURE("WriteFile", error);
+    }
+    return FailBegin(context, callback, error);
+}
+
+VOID CALLBACK TinyPipe::OnTransferCompleted(PVOID parameter, BOOLEAN /*timedOut*/) {
+    auto* context = static_cast<PER_IO_CONTEXT*>(parameter);
+    if (context == nullptr) {
+        return;
+    }
+    AsyncResult* result = context->m_result.load();
+    if (result == nullptr) {
+        return;  // a failed start cleared the token: nothing here is ours
+    }
+    ReleaseWait(*context, result);
+    if (context->m_operation == PER_IO_CONTEXT::kOperationRead ||
+        context->m_operation == PER_IO_CONTEXT::kOperationWrite) {
+        auto* transfer = static_cast<PipeAsyncResult*>(result);
+        transfer->m_bytesTransferred = 0;
+        if (!GetOverlappedResult(context->m_owner->Handle(), context, &transfer->m_bytesTransferred,
+                                 FALSE)) {
+            transfer->m_bytesTransferred = 0;
+        }
+        context->m_complete.store(context->Internal != STATUS_PENDING ? 1 : 0);
+        // Taken whether the call failed or not: after a success it is what the calls above left
+        // (the unregistering's ERROR_IO_PENDING). Callers judge success by the byte count, and
+        // handing them a different code now would change what they judge by.
+        const int error = static_cast<int>(GetLastError());
+        RunCallback(*context, error, result);
+    }
+    FinishOperation(*context, result);
 }
 
 TinyPipeServer::TinyPipeServer() : m_connected(0), m_created(0), m_byteMode(1), m_strictConnect(0) {
@@ -216,6 +393,61 @@ BOOL TinyPipeServer::IsConnected() {
     while (!m_connected.compare_exchange_weak(value, value)) {
     }
     return value != 0;
+}
+
+BOOL TinyPipeServer::BeginConnect(AsyncCallback&& callback, LPVOID state) {
+    PrepareContext(m_connectContext, PER_IO_CONTEXT::kOperationConnect, callback, state);
+    m_connected.exchange(0);
+    DWORD error = 0;
+    if (!RegisterCompletion(m_connectContext, &TinyPipeServer::OnConnectCompleted, &error)) {
+        return FailBegin(m_connectContext, callback, error);
+    }
+    SetLastError(0);
+    // On this class's own handle, which is synchronous, this blocks until a client is there.
+    if (ConnectNamedPipe(m_handle, &m_connectContext)) {
+        return TRUE;
+    }
+    error = GetLastError();
+    if (error == ERROR_IO_PENDING) {
+        m_connectContext.m_pending.store(1);
+        return TRUE;
+    }
+    if (error == ERROR_PIPE_CONNECTED) {
+        // The client came first and the system will not set the event: set it here, so that
+        // the completion runs as for any other connect.
+        SetEvent(m_connectContext.hEvent);
+        return TRUE;
+    }
+    LOG_CALL_FAILURE("ConnectNamedPipe", GetLastError());
+    return FailBegin(m_connectContext, callback, error);
+}
+
+VOID CALLBACK TinyPipeServer::OnConnectCompleted(PVOID parameter, BOOLEAN /*timedOut*/) {
+    auto* context = static_cast<PER_IO_CONTEXT*>(parameter);
+    if (context == nullptr) {
+        return;
+    }
+    AsyncResult* result = context->m_result.load();
+    if (result == nullptr) {
+        return;  // a failed start cleared the token: nothing here is ours
+    }
+    ReleaseWait(*context, result);
+    if (context->m_operation == PER_IO_CONTEXT::kOperationConnect) {
+        int error = 0;
+        if (context->m_pending.exchange(0) != 0) {
+            DWORD count = 0;
+            GetOverlappedResult(context->m_owner->Handle(), context, &count, FALSE);
+            context->m_complete.store(context->Internal != STATUS_PENDING ? 1 : 0);
+            // As for transfers: the thread's last error, also after a success.
+            error = static_cast<int>(GetLastError());
+        } else {
+            context->m_complete.store(1);
+        }
+        auto* server = static_cast<TinyPipeServer*>(context->m_owner);
+        server->m_connected.exchange(error == 0 ? 1 : 0);
+        RunCallback(*context, error, result);
+    }
+    FinishOperation(*context, result);
 }
 
 TinyPipeClient::TinyPipeClient() : m_reserved(0), m_byteMode(1) {

@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include "TinyFramework/Common/TinyCallback.h"
+#include "TinyFramework/Common/TinyRefCount.h"
+
 #include <atomic>
 #include <cstdint>
 
@@ -11,13 +14,57 @@ namespace IO {
 class TinyPipe;
 class AsyncResult;
 
+// What an overlapped pipe operation hands its caller on completion: the error code and the
+// operation's result record. Runs on a thread-pool thread.
+using AsyncCallback = Callback<void(int, AsyncResult*)>;
+
+// The result record of one overlapped operation. Its lifetime is not governed by its reference
+// count, which stays 0: Begin... creates it with new and the completion routine destroys it
+// through the virtual destructor once the caller's callback has returned. A record is therefore
+// valid only inside that callback.
+class AsyncResult : public TinyRefCount<AsyncResult, DefaultReferenceTraits<AsyncResult>> {
+public:
+    AsyncResult();
+    virtual ~AsyncResult();
+
+    // Records alive in the process: created by a Begin... and not yet destroyed by a completion.
+    // A failed Begin... leaves its record alive for good. For diagnostics and tests.
+    static int32_t LiveCount();
+
+    // The caller's value, handed to Begin...; not used by the pipe.
+    LPVOID m_asyncState;
+    // The thread-pool wait that completes the operation: INVALID_HANDLE_VALUE until registered,
+    // null once the completion routine has unregistered it.
+    HANDLE m_waitHandle;
+};
+
+class PipeAsyncResult : public AsyncResult {
+public:
+    PipeAsyncResult();
+
+    DWORD m_bytesTransferred;
+};
+
 // The record of one outstanding overlapped operation on a pipe; its address is handed to the
-// system as the OVERLAPPED. The overlapped operations that fill it are built on top of the
-// synchronous pipe; here it only exists, with its event, from the pipe's construction on.
+// system as the OVERLAPPED, and as the parameter of the thread-pool wait on its event.
+//
+// Threads: the caller's thread writes it in Begin...; a thread-pool thread reads it and clears
+// m_result in the completion routine. No lock guards it: the caller keeps one operation per record
+// at a time, the wait fires once (WT_EXECUTEONLYONCE), and m_result, the token of an unfinished
+// operation, is atomic so that the two threads agree on who clears it.
 struct PER_IO_CONTEXT : OVERLAPPED {
+    static constexpr int32_t kOperationConnect = 1;
+    static constexpr int32_t kOperationRead = 16;
+    static constexpr int32_t kOperationWrite = 17;
+
     PER_IO_CONTEXT();
     PER_IO_CONTEXT(const PER_IO_CONTEXT&) = delete;
     PER_IO_CONTEXT& operator=(const PER_IO_CONTEXT&) = delete;
+    // Destroys the callback only: the event outlives the record (see TinyPipe's constructor).
+    ~PER_IO_CONTEXT() = default;
+
+    // Cancels the operation of this record on `handle`, whichever thread started it.
+    BOOL Cancel(HANDLE handle);
 
     // Written by the thread that starts an operation and by the thread-pool thread that
     // completes it: atomic.
@@ -25,10 +72,22 @@ struct PER_IO_CONTEXT : OVERLAPPED {
     std::atomic<int32_t> m_pending;
     int32_t m_operation;
     TinyPipe* m_owner;
-    AsyncResult* m_result;
+    // Non-null exactly while the operation is unfinished.
+    std::atomic<AsyncResult*> m_result;
+    // Stays here after completion until the next Begin... replaces it.
+    AsyncCallback m_callback;
 };
 
 // One end of a named pipe. Not copyable; the handle is closed by Close and by the destructor.
+//
+// Overlapped operations (BeginRead, BeginWrite, TinyPipeServer::BeginConnect): each direction has
+// one record, so one operation per direction at a time is the caller's duty; a second Begin on a
+// busy record overwrites it. The operation completes through a thread-pool wait on the record's
+// event, and the caller's callback runs on that pool thread, never on the caller's. The pipe holds
+// the callback (moved in) and the result record (until the completion destroys it); the records
+// hold their pipe by a plain pointer. Nothing here waits for an armed operation: the owner must
+// have seen every operation end (AsyncResult::LiveCount back where it was) before destroying the
+// pipe. There is no lock in these classes.
 class TinyPipe {
 public:
     TinyPipe();
@@ -53,10 +112,41 @@ public:
     int32_t Read(void* buffer, DWORD size);
     int32_t Write(const void* buffer, DWORD size);
 
+    // True when the operation is under way or done; its end comes through `callback` on a pool
+    // thread. A false result is the only report of a failed start: the callback is not run then,
+    // and the pipe is closed.
+    BOOL BeginRead(void* buffer, DWORD size, AsyncCallback&& callback, LPVOID state);
+    BOOL BeginWrite(const void* buffer, DWORD size, AsyncCallback&& callback, LPVOID state);
+    // The bytes of the operation; `result` is valid only inside the callback.
+    DWORD EndRead(AsyncResult* result);
+    DWORD EndWrite(AsyncResult* result);
+
 protected:
+    // The first steps of every Begin...: the record's operation, owner, a new result record and
+    // the caller's callback (moved out of `callback`), and the event reset.
+    void PrepareContext(PER_IO_CONTEXT& context, int32_t operation, AsyncCallback& callback,
+                        LPVOID state);
+    // Registers the one-shot thread-pool wait on the record's event; logs a failure.
+    static bool RegisterCompletion(PER_IO_CONTEXT& context, WAITORTIMERCALLBACK routine,
+                                   DWORD* error);
+    // The end of a failed Begin...: cancel, the (never taken) callback branch, the record's token
+    // cleared without freeing it, the pipe closed. Always FALSE.
+    BOOL FailBegin(PER_IO_CONTEXT& context, AsyncCallback& callback, DWORD error);
+    // Ends an operation on the pool thread: clears the record's token and destroys the result.
+    static void FinishOperation(PER_IO_CONTEXT& context, AsyncResult* result);
+    // Runs the record's callback, if any, with the operation's end.
+    static void RunCallback(PER_IO_CONTEXT& context, int error, AsyncResult* result);
+    // Unregisters the wait of `result` from inside its own routine, and resets the event.
+    static void ReleaseWait(PER_IO_CONTEXT& context, AsyncResult* result);
+
     HANDLE m_handle;
     PER_IO_CONTEXT m_readContext;
     PER_IO_CONTEXT m_writeContext;
+
+private:
+    BOOL BeginTransfer(PER_IO_CONTEXT& context, int32_t operation, void* buffer, DWORD size,
+                       AsyncCallback& callback, LPVOID state);
+    static VOID CALLBACK OnTransferCompleted(PVOID parameter, BOOLEAN timedOut);
 };
 
 // The server end: creates the pipe (one instance, open to everybody) and accepts its client.
@@ -84,7 +174,15 @@ public:
     BOOL IsConnected();
     const wchar_t* GetName() const { return m_name; }
 
+    // True when the connect is under way or done (a client that came first counts as done); the
+    // end comes through `callback` on a pool thread. On this class's own (synchronous) handle
+    // the call blocks until a client is there.
+    BOOL BeginConnect(AsyncCallback&& callback, LPVOID state);
+
 private:
+    static VOID CALLBACK OnConnectCompleted(PVOID parameter, BOOLEAN timedOut);
+
+    // Written with atomic exchanges only: also from the pool thread of a connect completion.
     std::atomic<uint8_t> m_connected;
     int32_t m_created;
     wchar_t m_name[kNameLength];
