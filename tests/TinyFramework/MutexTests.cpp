@@ -130,23 +130,10 @@ public:
     }
 
     // Lets the process release (or abandon) the mutex, and returns its exit code once it ended.
-    DWORD ReleaseAndWait() {
-        m_release.Set();
-        if (WaitForSingleObject(m_process.Get(), kDeadlineMs) != WAIT_OBJECT_0) {
-            return STILL_ACTIVE;
-        }
-        DWORD code = STILL_ACTIVE;
-        GetExitCodeProcess(m_process.Get(), &code);
-        return code;
-    }
+    DWORD ReleaseAndWait() { return SyncTests::ReleaseAndWaitForExit(m_release, m_process.Get()); }
 
 private:
-    static std::wstring HolderPath() {
-        wchar_t path[MAX_PATH] = {};
-        GetModuleFileNameW(nullptr, path, MAX_PATH);
-        std::wstring folder(path);
-        return folder.substr(0, folder.find_last_of(L'\\') + 1) + L"MutexHolder.exe";
-    }
+    static std::wstring HolderPath() { return SyncTests::ProgramBesideThisOne(L"MutexHolder.exe"); }
 
     ManualEvent m_held;
     ManualEvent m_release;

@@ -196,23 +196,10 @@ public:
     }
 
     // Lets the peer end, and returns its exit code once it has.
-    DWORD ReleaseAndWait() {
-        m_release.Set();
-        if (WaitForSingleObject(m_process.Get(), kDeadlineMs) != WAIT_OBJECT_0) {
-            return STILL_ACTIVE;
-        }
-        DWORD code = STILL_ACTIVE;
-        GetExitCodeProcess(m_process.Get(), &code);
-        return code;
-    }
+    DWORD ReleaseAndWait() { return SyncTests::ReleaseAndWaitForExit(m_release, m_process.Get()); }
 
 private:
-    static std::wstring PeerPath() {
-        wchar_t path[MAX_PATH] = {};
-        GetModuleFileNameW(nullptr, path, MAX_PATH);
-        std::wstring folder(path);
-        return folder.substr(0, folder.find_last_of(L'\\') + 1) + L"PipePeer.exe";
-    }
+    static std::wstring PeerPath() { return SyncTests::ProgramBesideThisOne(L"PipePeer.exe"); }
 
     ManualEvent m_opened;
     ManualEvent m_release;
