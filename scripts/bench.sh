@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, registers the default virtual camera, and runs the
-# benchmarks. Argument: queries per measurement (default 30). CopyBench needs no camera and
-# takes its own default. CaptureBench registers a camera of its own and captures for
+# benchmarks. Argument: queries per measurement (default 30). CopyBench and PipeBench need no
+# camera and take their own defaults. CaptureBench registers a camera of its own and captures for
 # CAPTURE_SECONDS per case (default 3); it needs no sound, so Wine's ALSA driver, which only
 # complains about the missing sound card when the codecs load, stays off for it.
 set -euo pipefail
@@ -18,3 +18,5 @@ echo
 wine_run "$build/bin/CopyBench.exe"
 echo
 WINEDLLOVERRIDES="winealsa.drv=d" wine_run "$build/bin/CaptureBench.exe" "${CAPTURE_SECONDS:-3}"
+echo
+wine_run "$build/bin/PipeBench.exe"
