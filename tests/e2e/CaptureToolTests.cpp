@@ -4,6 +4,7 @@
 #include "tools/CaptureTool/CaptureSummary.h"
 #include "tools/CaptureTool/FrameStatistics.h"
 #include "tools/CaptureTool/ModeChoice.h"
+#include "tools/CaptureTool/Snapshot.h"
 
 #include <gtest/gtest.h>
 
@@ -68,6 +69,31 @@ TEST(CaptureToolArguments, EveryOptionIsRead) {
     EXPECT_EQ(parsed.frames, 7);
     EXPECT_FALSE(parsed.mjpegDecoder);
     EXPECT_TRUE(parsed.json);
+}
+
+TEST(CaptureToolArguments, SnapshotTakesThePathThatFollows) {
+    CaptureArguments parsed;
+    std::string error;
+    ASSERT_TRUE(Parse({L"cam", L"--snapshot", L"C:\\shots\\last.png", L"--json"}, parsed, error))
+        << error;
+    EXPECT_EQ(parsed.snapshotPath, L"C:\\shots\\last.png");
+    EXPECT_EQ(parsed.deviceId, L"cam");
+    EXPECT_TRUE(parsed.json);
+}
+
+TEST(CaptureToolArguments, WithoutSnapshotNoPathIsSet) {
+    CaptureArguments parsed;
+    std::string error;
+    ASSERT_TRUE(Parse({L"cam"}, parsed, error)) << error;
+    EXPECT_EQ(parsed.snapshotPath, L"");
+}
+
+TEST(CaptureToolArguments, SnapshotWithoutAValueIsRefused) {
+    EXPECT_EQ(Refusal({L"cam", L"--snapshot"}), "--snapshot needs a value");
+}
+
+TEST(CaptureToolArguments, SnapshotWithAnEmptyValueIsRefused) {
+    EXPECT_EQ(Refusal({L"cam", L"--snapshot", L""}), "--snapshot takes a file name");
 }
 
 TEST(CaptureToolArguments, SecondsAreReadWithAFraction) {
@@ -329,7 +355,25 @@ TEST(CaptureToolOutput, SummaryJsonIsOneObjectWithTheKeysInOrder) {
               "\"device_id\":\"\\\\\\\\?\\\\cam\\\"1\",\"device_lost\":true,\"drops\":2,"
               "\"fps\":18.0,\"frames\":10,\"path\":\"avi\","
               "\"requested\":{\"format\":\"YUY2\",\"height\":480,\"rate\":30.000030517578125,"
-              "\"width\":640},\"seconds\":0.5}");
+              "\"width\":640},\"seconds\":0.5,\"snapshot\":null}");
+}
+
+TEST(CaptureToolOutput, SummaryJsonNamesTheSnapshotWritten) {
+    CaptureTool::CaptureSummary summary = ExampleSummary();
+    summary.hasSnapshot = true;
+    summary.snapshot = "C:\\shots\\last.png";
+    const std::string json = CaptureTool::SummaryJson(summary);
+    EXPECT_EQ(json.substr(json.rfind("\"seconds\"")),
+              "\"seconds\":0.5,\"snapshot\":\"C:\\\\shots\\\\last.png\"}");
+}
+
+TEST(CaptureToolOutput, SummaryTextEndsWithTheSnapshotLine) {
+    CaptureTool::CaptureSummary summary = ExampleSummary();
+    summary.hasSnapshot = true;
+    summary.snapshot = "C:\\shots\\last.png";
+    const std::string text = CaptureTool::SummaryText(summary);
+    EXPECT_EQ(text.substr(text.find("device lost:")),
+              "device lost: yes\nsnapshot: C:\\shots\\last.png\n");
 }
 
 TEST(CaptureToolOutput, ANamelessFormatIsAnEmptyNameInJsonAndItsNumberInText) {
@@ -361,6 +405,49 @@ TEST(CaptureToolOutput, PathNamesTellTheFeed) {
     EXPECT_STREQ(CaptureTool::PathName(Feed::kMjpegDecoder), "mjpeg");
     EXPECT_STREQ(CaptureTool::PathName(Feed::kOtherFilter), "other");
     EXPECT_STREQ(CaptureTool::PathName(Feed::kNone), "none");
+}
+
+// One row of YUY2 (Y0 U Y1 V per pixel pair) converted to BGR.
+std::vector<uint8_t> Yuy2Row(const std::vector<uint8_t>& yuy2) {
+    const int width = static_cast<int>(yuy2.size() / 2);
+    std::vector<uint8_t> bgr(static_cast<size_t>(width) * 3, 0xAA);
+    CaptureTool::Yuy2ToBgr(yuy2.data(), width, 1, bgr.data());
+    return bgr;
+}
+
+TEST(CaptureToolYuy2ToBgr, BlackAndWhiteOfTheLimitedRangeBecomeTheFullRange) {
+    EXPECT_EQ(Yuy2Row({16, 128, 235, 128}), (std::vector<uint8_t>{0, 0, 0, 255, 255, 255}));
+}
+
+TEST(CaptureToolYuy2ToBgr, MidGreyKeepsItsLevelScaled) {
+    // (126 - 16) * 255 / 219 = 128.08
+    EXPECT_EQ(Yuy2Row({126, 128, 126, 128}), (std::vector<uint8_t>{128, 128, 128, 128, 128, 128}));
+}
+
+TEST(CaptureToolYuy2ToBgr, PrimaryRedAndBlueComeOutPure) {
+    // BT.601 limited range: red is Y 81 U 90 V 240, blue is Y 41 U 240 V 110.
+    EXPECT_EQ(Yuy2Row({81, 90, 81, 240}), (std::vector<uint8_t>{0, 0, 255, 0, 0, 255}));
+    EXPECT_EQ(Yuy2Row({41, 240, 41, 110}), (std::vector<uint8_t>{255, 0, 0, 255, 0, 0}));
+}
+
+TEST(CaptureToolYuy2ToBgr, BothPixelsOfAPairShareTheirChromaButKeepTheirLuma) {
+    // Y 16 and 235 with U 88 V 168: B = (298*(Y-16) + 516*(U-128) + 128) >> 8 and so on,
+    // each channel clamped to 0..255.
+    EXPECT_EQ(Yuy2Row({16, 88, 235, 168}), (std::vector<uint8_t>{0, 0, 64, 174, 238, 255}));
+}
+
+TEST(CaptureToolYuy2ToBgr, RowsAreConvertedEachInItsPlace) {
+    const std::vector<uint8_t> yuy2 = {16, 128, 16, 128, 235, 128, 235, 128};
+    std::vector<uint8_t> bgr(12, 0xAA);
+    CaptureTool::Yuy2ToBgr(yuy2.data(), 2, 2, bgr.data());
+    EXPECT_EQ(bgr, (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 255, 255, 255, 255, 255, 255}));
+}
+
+TEST(CaptureToolYuy2ToBgr, AnOddLastPixelIsLeftAlone) {
+    const std::vector<uint8_t> yuy2 = {235, 128, 235, 128, 16, 128};
+    std::vector<uint8_t> bgr(9, 0xAA);
+    CaptureTool::Yuy2ToBgr(yuy2.data(), 3, 1, bgr.data());
+    EXPECT_EQ(bgr, (std::vector<uint8_t>{255, 255, 255, 255, 255, 255, 0xAA, 0xAA, 0xAA}));
 }
 
 }  // namespace

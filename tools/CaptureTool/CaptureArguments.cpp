@@ -103,6 +103,10 @@ bool ParseOptionValue(const std::wstring& option, const std::wstring& value,
         parsed.frames = frames;
         return true;
     }
+    if (option == L"--snapshot") {
+        parsed.snapshotPath = value;
+        return !value.empty() || Fail(error, "--snapshot takes a file name");
+    }
     // --seconds, the last option with a value.
     if (!ParsePositiveNumber(value, kMaxSeconds, parsed.seconds)) {
         return Fail(error, "--seconds takes a positive number of seconds, not " + ToUtf8(value));
@@ -112,7 +116,7 @@ bool ParseOptionValue(const std::wstring& option, const std::wstring& value,
 
 bool TakesValue(const std::wstring& option) {
     return option == L"--format" || option == L"--size" || option == L"--rate" ||
-           option == L"--frames" || option == L"--seconds";
+           option == L"--frames" || option == L"--seconds" || option == L"--snapshot";
 }
 
 }  // namespace

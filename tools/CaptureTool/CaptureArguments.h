@@ -28,6 +28,8 @@ struct CaptureArguments {
     int64_t frames = kDefaultFrames;
     double seconds = 0.0;
     bool mjpegDecoder = true;
+    // Where --snapshot writes the last frame as a PNG; empty when it was not given.
+    std::wstring snapshotPath;
     bool json = false;
     bool help = false;
 };

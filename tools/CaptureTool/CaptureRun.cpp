@@ -12,6 +12,7 @@
 #include "TinyFramework/Common/TinyLogging_win32.h"
 #include "tools/CaptureTool/FrameStatistics.h"
 #include "tools/CaptureTool/ModeChoice.h"
+#include "tools/CaptureTool/Snapshot.h"
 
 namespace CaptureTool {
 namespace {
@@ -77,6 +78,25 @@ StreamEnd WaitForFrames(DShow::VideoCapture& capture, FrameTally& tally, double 
     }
 }
 
+// The frame callback of a run: every frame is counted, and kept for the snapshot when one is
+// asked for. Runs on the streaming thread; the tally and the keeper lock for themselves. Holds
+// neither: both outlive the capture object.
+class FrameReceiver {
+public:
+    FrameReceiver(FrameTally* tally, FrameKeeper* keeper) : m_tally(tally), m_keeper(keeper) {}
+
+    void Take(const unsigned char* bits, long size, long long timestampNs, void* userData) {
+        if (m_keeper != nullptr) {
+            m_keeper->Keep(bits, size);
+        }
+        m_tally->Take(bits, size, timestampNs, userData);
+    }
+
+private:
+    FrameTally* const m_tally;
+    FrameKeeper* const m_keeper;  // null without --snapshot: no frame is copied then
+};
+
 std::string StreamFailure(StreamEnd end, int64_t frames) {
     switch (end) {
         case StreamEnd::kDeviceLost:
@@ -112,6 +132,8 @@ RunResult RunCapture(const CaptureArguments& arguments,
     const int64_t limit =
         arguments.seconds > 0.0 ? std::numeric_limits<int64_t>::max() : arguments.frames;
     std::unique_ptr<FrameTally> tally;
+    std::unique_ptr<FrameKeeper> keeper;
+    std::unique_ptr<FrameReceiver> receiver;
     DShow::VideoCapture capture;
     capture.EnableMjpegDec(arguments.mjpegDecoder ? TRUE : FALSE);
     if (!capture.Initialize(device)) {
@@ -128,9 +150,13 @@ RunResult RunCapture(const CaptureArguments& arguments,
     }
     const DShow::VideoFormat current = capture.GetCurrentFormat();
     tally.reset(new FrameTally(limit, FrameIntervalNs(current.rate)));
+    if (!arguments.snapshotPath.empty()) {
+        keeper.reset(new FrameKeeper());
+    }
+    receiver.reset(new FrameReceiver(tally.get(), keeper.get()));
     capture.SetCallback(
         TinyFramework::BindCallback<void(const unsigned char*, long, long long, void*)>(
-            &FrameTally::Take, tally.get()));
+            &FrameReceiver::Take, receiver.get()));
     if (!capture.Run()) {
         return Failed("Run refused (is the device in use by another application?)");
     }
@@ -152,6 +178,19 @@ RunResult RunCapture(const CaptureArguments& arguments,
     summary.fps = FramesPerSecond(counts);
     summary.drops = counts.drops;
     summary.deviceLost = end == StreamEnd::kDeviceLost;
+    if (keeper) {
+        // Encoding waits until the graph stopped: the streaming thread no longer writes the copy.
+        std::string reason;
+        const std::string path = ToUtf8(arguments.snapshotPath);
+        if (WriteSnapshotPng(keeper->Frame(), summary.current, arguments.snapshotPath, reason)) {
+            summary.hasSnapshot = true;
+            summary.snapshot = path;
+        } else if (result.failure.empty()) {
+            // A failure of the stream says more than the snapshot's, and only one line is shown.
+            result.exitCode = 1;
+            result.failure = "cannot write snapshot " + path + ": " + reason;
+        }
+    }
     return result;
 }
 

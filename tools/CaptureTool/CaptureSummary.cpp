@@ -56,19 +56,21 @@ std::string SummaryText(const CaptureSummary& summary) {
            StringPrintf("frames:    %lld in %.3f s, %.2f fps, %lld dropped\n",
                         static_cast<long long>(summary.frames), summary.seconds, summary.fps,
                         static_cast<long long>(summary.drops)) +
-           "device lost: " + (summary.deviceLost ? "yes" : "no") + "\n";
+           "device lost: " + (summary.deviceLost ? "yes" : "no") + "\n" +
+           (summary.hasSnapshot ? "snapshot: " + summary.snapshot + "\n" : std::string());
 }
 
 std::string SummaryJson(const CaptureSummary& summary) {
-    const nlohmann::json object{{"device_id", summary.deviceId},
-                                {"requested", ModeJson(summary.requested)},
-                                {"current", ModeJson(summary.current)},
-                                {"path", summary.path},
-                                {"frames", summary.frames},
-                                {"seconds", summary.seconds},
-                                {"fps", summary.fps},
-                                {"drops", summary.drops},
-                                {"device_lost", summary.deviceLost}};
+    nlohmann::json object{{"device_id", summary.deviceId},
+                          {"requested", ModeJson(summary.requested)},
+                          {"current", ModeJson(summary.current)},
+                          {"path", summary.path},
+                          {"frames", summary.frames},
+                          {"seconds", summary.seconds},
+                          {"fps", summary.fps},
+                          {"drops", summary.drops},
+                          {"device_lost", summary.deviceLost}};
+    object["snapshot"] = summary.hasSnapshot ? nlohmann::json(summary.snapshot) : nlohmann::json();
     return object.dump();
 }
 

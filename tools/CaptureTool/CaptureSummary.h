@@ -20,6 +20,9 @@ struct CaptureSummary {
     double fps = 0.0;
     int64_t drops = 0;
     bool deviceLost = false;
+    // The PNG that --snapshot wrote (UTF-8); null in JSON and no line of text when none was.
+    bool hasSnapshot = false;
+    std::string snapshot;
 };
 
 // How the frames reach the sink: "direct", "avi", "mjpeg", "other" (a filter that the graph
