@@ -14,6 +14,7 @@
 
 #include "CaptureTestSupport.h"
 #include "DShowCapture/MediaTypes.h"
+#include "tools/VirtualCamera/VirtualCameraSetup.h"
 
 using namespace DShow;
 using namespace CaptureTests;
@@ -92,6 +93,25 @@ TEST_F(CaptureFormat, AskingWhatFeedsTheSinkKeepsNoReference) {
     const ULONG before = CountOf(camera.Get());
     EXPECT_EQ(m_capture.GetSinkFeed(), VideoCapture::SinkFeed::kDevice);
     EXPECT_EQ(CountOf(camera.Get()), before);
+}
+
+// The power-line property is set to 60 Hz, manually, on every device that takes it.
+TEST_F(CaptureFormat, AllocateSetsThePowerLineFrequencyToSixtyHertzManually) {
+    Assemble(L"mode = YUY2 videoinfo 640 480 333333\n");
+    ASSERT_TRUE(m_capture.Allocate(Request(640, 480, 30.0f, PIXEL_FORMAT_YUY2)));
+    VirtualCamera::PowerLineReport report;
+    ASSERT_TRUE(VirtualCamera::ReadPowerLineReport(LastCameraName(), &report));
+    EXPECT_EQ(report.value, 2);
+    EXPECT_EQ(report.flags, 2u);
+}
+
+TEST_F(CaptureFormat, ADeviceWithoutThePowerLinePropertyAllocatesWithNoRecord) {
+    Assemble(L"mode = YUY2 videoinfo 640 480 333333\nfault = powerline_unsupported\n");
+    TestSupport::LogCapture log;
+    ASSERT_TRUE(m_capture.Allocate(Request(640, 480, 30.0f, PIXEL_FORMAT_YUY2)));
+    EXPECT_TRUE(log.Messages().empty());
+    VirtualCamera::PowerLineReport report;
+    EXPECT_FALSE(VirtualCamera::ReadPowerLineReport(LastCameraName(), &report));
 }
 
 TEST_F(CaptureFormat, FramesReachTheCallbackWithTheirSizeRisingTimesAndTheCameraCounter) {

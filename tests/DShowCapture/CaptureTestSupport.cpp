@@ -104,6 +104,7 @@ std::vector<Frame> FrameLog::Frames() {
 
 DShow::VideoDevice CaptureTest::AddCamera(const std::wstring& lines) {
     const std::wstring name = UniqueName(std::to_wstring(++m_cameras));
+    m_lastName = name;
     const std::wstring path = L"\\\\?\\capturetest#" + name;
     AddDevices(L"[device " + name + L"]\nFriendlyName = Capture Test Camera\nDevicePath = " + path +
                L"\n" + lines);

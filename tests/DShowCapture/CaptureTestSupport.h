@@ -87,11 +87,14 @@ protected:
     // Registers a camera with the given mode and fault lines and returns the
     // device to ask for, found by its DevicePath.
     DShow::VideoDevice AddCamera(const std::wstring& lines);
+    // The instance name of the camera AddCamera registered last.
+    const std::wstring& LastCameraName() const { return m_lastName; }
     // The connection type of the capture filter's output pin (the capture format in force).
     static bool CaptureConnectionInterval(TestableCapture& capture, REFERENCE_TIME* interval);
 
 private:
     int m_cameras = 0;
+    std::wstring m_lastName;
 };
 
 // The count of a COM object, read through its own AddRef and Release.
