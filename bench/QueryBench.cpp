@@ -4,7 +4,7 @@
 // Prints both and their ratio.
 #include "bench/BenchClock.h"
 #include "client/QueryClient.h"
-#include "client/TextConversion.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 #include "protocol/QueryProtocol.h"
 
 #include <windows.h>
@@ -97,7 +97,7 @@ int wmain(int argc, wchar_t** argv) {
         const Timing real = Run(realServer, method, deviceId, queries);
         const Timing floor = Run(floorServer, method, deviceId, queries);
         const bool same = real.lastReply == floor.lastReply;
-        PrintRow(QueryClient::ToUtf8(method.method).c_str(), "query", real);
+        PrintRow(TinyFramework::ToUtf8(method.method).c_str(), "query", real);
         PrintRow("", "floor", floor);
         printf("%-22s %-7s %8.2fx %8.2fx %8.2fx %8.2fx   same reply: %s\n", "", "ratio",
                real.mean / floor.mean, real.p50 / floor.p50, real.p99 / floor.p99,

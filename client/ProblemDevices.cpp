@@ -1,6 +1,6 @@
 #include "client/ProblemDevices.h"
 
-#include "client/TextConversion.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 #include "client/UniqueHandle.h"
 
 #include <windows.h>
@@ -101,8 +101,8 @@ bool ProblemDevices::Load() {
         const std::string line = WithoutCarriageReturn(content.substr(start, end - start));
         const size_t separator = line.find(kSeparator);
         if (separator != std::string::npos) {
-            m_entries.push_back(
-                Entry{FromUtf8(line.substr(separator + 1)), line.substr(0, separator)});
+            m_entries.push_back(Entry{TinyFramework::FromUtf8(line.substr(separator + 1)),
+                                      line.substr(0, separator)});
         }
         start = end + 1;
     }
@@ -112,7 +112,7 @@ bool ProblemDevices::Load() {
 std::string ProblemDevices::Text() const {
     std::string content;
     for (const Entry& entry : m_entries) {
-        content += entry.outcome + kSeparator + ToUtf8(entry.id) + "\n";
+        content += entry.outcome + kSeparator + TinyFramework::ToUtf8(entry.id) + "\n";
     }
     return content;
 }

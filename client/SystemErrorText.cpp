@@ -1,7 +1,7 @@
 #include "client/SystemErrorText.h"
 
 #include "TinyFramework/Common/TinyCore.h"
-#include "client/TextConversion.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 
 namespace QueryClient {
 
@@ -28,7 +28,7 @@ std::string SystemErrorText(DWORD error) {
     while (!text.empty() && EndsInBlank(text)) {
         text.pop_back();
     }
-    return text.empty() ? "unknown error" : ToUtf8(text);
+    return text.empty() ? "unknown error" : TinyFramework::ToUtf8(text);
 }
 
 std::string DescribeFailure(const char* call, DWORD error) {

@@ -2,7 +2,7 @@
 // the tool that use it, against a virtual camera whose driver hangs.
 #include "client/ProblemDevices.h"
 #include "client/QueryClient.h"
-#include "client/TextConversion.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 #include "tests/support/RawParent.h"
 #include "tests/e2e/CameraTest.h"
 #include "tests/e2e/ToolRun.h"

@@ -121,20 +121,6 @@ bool TakesValue(const std::wstring& option) {
 
 }  // namespace
 
-std::string ToUtf8(const std::wstring& text) {
-    if (text.empty()) {
-        return std::string();
-    }
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                         nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(size > 0 ? size : 0), '\0');
-    if (size > 0) {
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0], size,
-                            nullptr, nullptr);
-    }
-    return utf8;
-}
-
 bool ParsePixelFormatName(const std::wstring& text, DShow::VideoPixelFormat& format) {
     const std::wstring upper = Upper(text);
     for (const FormatAlias& alias : kFourCcAliases) {

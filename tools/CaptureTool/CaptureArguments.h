@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "DShowCapture/VideoFormat.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 
 namespace CaptureTool {
 
@@ -45,6 +46,6 @@ bool ParseCaptureArguments(const std::vector<std::wstring>& arguments, CaptureAr
                            std::string& error);
 
 // UTF-8 form of a wide text, for output and messages.
-std::string ToUtf8(const std::wstring& text);
+using TinyFramework::ToUtf8;
 
 }  // namespace CaptureTool

@@ -3,14 +3,14 @@
 #include "client/DeviceList.h"
 #include "client/FormatList.h"
 #include "client/ProblemDevices.h"
-#include "client/TextConversion.h"
+#include "TinyFramework/Common/TinyTextConversion.h"
 
 #include <string>
 #include <vector>
 
 namespace QueryTool {
 
-using QueryClient::ToUtf8;
+using TinyFramework::ToUtf8;
 // A JSON string literal of the text, escaped as JSON requires.
 std::string JsonString(const std::wstring& text);
 

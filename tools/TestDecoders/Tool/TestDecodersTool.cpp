@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "TinyFramework/Common/TinyTextConversion.h"
 #include "tools/TestDecoders/TestDecodersSetup.h"
 
 namespace {
@@ -23,19 +24,7 @@ Both install and uninstall may be repeated. Exit code 0 on success; otherwise a 
 reason on standard error.
 )";
 
-std::string ToUtf8(const std::wstring& text) {
-    if (text.empty()) {
-        return std::string();
-    }
-    const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                           nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(length > 0 ? length : 0), '\0');
-    if (length > 0) {
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0],
-                            length, nullptr, nullptr);
-    }
-    return utf8;
-}
+using TinyFramework::ToUtf8;
 
 void Print(FILE* stream, const std::wstring& text) {
     const std::string utf8 = ToUtf8(text);

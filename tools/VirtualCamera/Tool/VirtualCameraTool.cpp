@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "TinyFramework/Common/TinyTextConversion.h"
 #include "tools/VirtualCamera/VirtualCameraSetup.h"
 
 namespace {
@@ -28,19 +29,7 @@ const wchar_t* const kUsage =
 Exit code 0 on success; otherwise a one-line reason on standard error.
 )";
 
-std::string ToUtf8(const std::wstring& text) {
-    if (text.empty()) {
-        return std::string();
-    }
-    const int length = WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                           nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(length > 0 ? length : 0), '\0');
-    if (length > 0) {
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &utf8[0],
-                            length, nullptr, nullptr);
-    }
-    return utf8;
-}
+using TinyFramework::ToUtf8;
 
 void Print(FILE* stream, const std::wstring& text) {
     const std::string utf8 = ToUtf8(text);
