@@ -235,6 +235,29 @@ protected:
         DeleteFileW(m_path.c_str());
         CaptureToolWithCamera::TearDown();
     }
+    // Captures three frames of a camera whose one mode is this bottom-up RGB subtype, and checks
+    // that the snapshot is the camera's frame turned the right way up: the first row in memory,
+    // where the camera's counter sits, is the bottom of the picture.
+    void ExpectBottomUpSnapshot(const wchar_t* subtypeName, const char* formatAtTheSink,
+                                const GUID& subtype, int bytesPerPixel) {
+        AddDevices(std::wstring(L"[device cap]\nFriendlyName = Capture Camera\nDevicePath = "
+                                L"capcam\nmode = ") +
+                   subtypeName + L" videoinfo 160 120 333333\n");
+        const ToolRun run =
+            RunCaptureTool(L"capcam --frames 3 --snapshot \"" + m_path + L"\" --json");
+        ASSERT_EQ(run.exitCode, 0u) << run.err;
+        EXPECT_EQ(Summary(run)["current"].value("format", ""), formatAtTheSink);
+        Picture picture;
+        ASSERT_TRUE(ReadPng(m_path, picture));
+        ASSERT_EQ(picture.width, 160u);
+        ASSERT_EQ(picture.height, 120u);
+        const uint32_t counter = CounterOfRow(picture, 119);
+        EXPECT_GE(counter, 1u);
+        EXPECT_LT(counter, 1000u);
+        EXPECT_TRUE(picture.bgr == BottomUpRgbPicture(subtype, bytesPerPixel, counter))
+            << "the picture differs from frame " << counter;
+    }
+
     std::wstring m_path;
 };
 
@@ -263,42 +286,12 @@ TEST_F(CaptureToolSnapshot, Yuy2FrameIsWrittenExactlyAsTheCameraPaintedItTopRowF
     EXPECT_TRUE(picture.bgr == expected) << "the picture differs from frame " << counter;
 }
 
-// RGB frames come bottom-up: the first row in memory, where the camera's counter sits, is the
-// bottom of the picture.
 TEST_F(CaptureToolSnapshot, BottomUpRgb24FrameIsTurnedTheRightWayUp) {
-    AddDevices(
-        L"[device cap]\nFriendlyName = Capture Camera\nDevicePath = capcam\n"
-        L"mode = RGB24 videoinfo 160 120 333333\n");
-    const ToolRun run = RunCaptureTool(L"capcam --frames 3 --snapshot \"" + m_path + L"\" --json");
-    ASSERT_EQ(run.exitCode, 0u) << run.err;
-    EXPECT_EQ(Summary(run)["current"].value("format", ""), "BGR24");
-    Picture picture;
-    ASSERT_TRUE(ReadPng(m_path, picture));
-    ASSERT_EQ(picture.width, 160u);
-    ASSERT_EQ(picture.height, 120u);
-    const uint32_t counter = CounterOfRow(picture, 119);
-    EXPECT_GE(counter, 1u);
-    EXPECT_LT(counter, 1000u);
-    EXPECT_TRUE(picture.bgr == BottomUpRgbPicture(MEDIASUBTYPE_RGB24, 3, counter))
-        << "the picture differs from frame " << counter;
+    ExpectBottomUpSnapshot(L"RGB24", "BGR24", MEDIASUBTYPE_RGB24, 3);
 }
 
 TEST_F(CaptureToolSnapshot, BottomUpRgb32FrameIsTurnedTheRightWayUpAndOpaque) {
-    AddDevices(
-        L"[device cap]\nFriendlyName = Capture Camera\nDevicePath = capcam\n"
-        L"mode = RGB32 videoinfo 160 120 333333\n");
-    const ToolRun run = RunCaptureTool(L"capcam --frames 3 --snapshot \"" + m_path + L"\" --json");
-    ASSERT_EQ(run.exitCode, 0u) << run.err;
-    EXPECT_EQ(Summary(run)["current"].value("format", ""), "BGRA");
-    Picture picture;
-    ASSERT_TRUE(ReadPng(m_path, picture));
-    ASSERT_EQ(picture.width, 160u);
-    ASSERT_EQ(picture.height, 120u);
-    const uint32_t counter = CounterOfRow(picture, 119);
-    EXPECT_GE(counter, 1u);
-    EXPECT_LT(counter, 1000u);
-    EXPECT_TRUE(picture.bgr == BottomUpRgbPicture(MEDIASUBTYPE_RGB32, 4, counter))
-        << "the picture differs from frame " << counter;
+    ExpectBottomUpSnapshot(L"RGB32", "BGRA", MEDIASUBTYPE_RGB32, 4);
 }
 
 TEST_F(CaptureToolSnapshot, TextSummaryEndsWithTheSnapshotLine) {
