@@ -1,9 +1,15 @@
 #include "TinyFramework/Common/TinyObject.h"
+#include "TinyFramework/IO/TinyFile.h"
+#include "TinyFramework/IO/TinyIO.h"
+#include "TinyFramework/IO/TinyMemoryFile.h"
+#include "TinyFramework/IO/TinyStdioFile.h"
 
 #include <gtest/gtest.h>
 
 // A small class tree of the tests' own, registered like the framework's classes: an I/O root, a
-// file under it and a memory file under that, beside an unrelated handle class.
+// file under it and a file under that, beside an unrelated handle class. It stands in where a
+// test needs to make an object of a base class, which the framework's I/O root, being abstract,
+// does not allow.
 namespace ObjectModelTree {
 
 class TestIO : public TinyFramework::TinyObject {
@@ -35,14 +41,26 @@ using namespace ObjectModelTree;
 using TinyFramework::g_firstRuntimeClass;
 using TinyFramework::TinyObject;
 using TinyFramework::TinyRuntimeClass;
+using TinyFramework::IO::TinyFile;
+using TinyFramework::IO::TinyIO;
+using TinyFramework::IO::TinyMemoryFile;
+using TinyFramework::IO::TinyStdioFile;
 
-TEST(TinyObjectTest, MemoryFileIsKindOfItsBasesAndNotOfItsSibling) {
+TEST(TinyObjectTest, MemoryFileIsKindOfItsBasesAndNotOfItsSiblings) {
+    const TinyMemoryFile file;
+    EXPECT_TRUE(file.IsKindOf(&TinyMemoryFile::classTinyMemoryFile));
+    EXPECT_TRUE(file.IsKindOf(&TinyIO::classTinyIO));
+    EXPECT_TRUE(file.IsKindOf(&TinyObject::classTinyObject));
+    EXPECT_FALSE(file.IsKindOf(&TinyFile::classTinyFile));
+    EXPECT_FALSE(file.IsKindOf(&TinyStdioFile::classTinyStdioFile));
+    EXPECT_FALSE(file.IsKindOf(&TestHandle::classTestHandle));
+}
+
+TEST(TinyObjectTest, StandInFileIsKindOfItsWholeChain) {
     const TestMemoryFile file;
-    EXPECT_TRUE(file.IsKindOf(&TestMemoryFile::classTestMemoryFile));
     EXPECT_TRUE(file.IsKindOf(&TestFile::classTestFile));
     EXPECT_TRUE(file.IsKindOf(&TestIO::classTestIO));
     EXPECT_TRUE(file.IsKindOf(&TinyObject::classTinyObject));
-    EXPECT_FALSE(file.IsKindOf(&TestHandle::classTestHandle));
 }
 
 TEST(TinyObjectTest, BaseIsNotKindOfItsDerivedClass) {
@@ -77,19 +95,20 @@ TEST(TinyObjectTest, RootAnswersWithItsOwnRecord) {
 }
 
 TEST(TinyRuntimeClassTest, RecordNamesItsClassSizeAndBase) {
-    const TinyRuntimeClass& record = TestMemoryFile::classTestMemoryFile;
-    EXPECT_STREQ(record.m_className, L"TestMemoryFile");
-    EXPECT_EQ(record.m_objectSize, sizeof(TestMemoryFile));
+    const TinyRuntimeClass& record = TinyMemoryFile::classTinyMemoryFile;
+    EXPECT_STREQ(record.m_className, L"TinyMemoryFile");
+    EXPECT_EQ(record.m_objectSize, sizeof(TinyMemoryFile));
     EXPECT_EQ(record.m_factory, nullptr);
-    EXPECT_EQ(record.m_base, &TestFile::classTestFile);
+    EXPECT_EQ(record.m_base, &TinyIO::classTinyIO);
 }
 
 TEST(TinyRuntimeClassTest, FromNameFindsARegisteredClassByItsExactName) {
-    EXPECT_EQ(TinyObject::FromName(L"TestFile"), &TestFile::classTestFile);
+    EXPECT_EQ(TinyObject::FromName(L"TinyFile"), &TinyFile::classTinyFile);
+    EXPECT_EQ(TinyObject::FromName(L"TinyMemoryFile"), &TinyMemoryFile::classTinyMemoryFile);
 }
 
 TEST(TinyRuntimeClassTest, FromNameIsCaseSensitive) {
-    EXPECT_EQ(TinyObject::FromName(L"testfile"), nullptr);
+    EXPECT_EQ(TinyObject::FromName(L"tinyfile"), nullptr);
 }
 
 TEST(TinyRuntimeClassTest, RootIsNotRegistered) {
@@ -114,7 +133,7 @@ TEST(TinyRuntimeClassTest, EveryRegisteredClassIsInTheRegistryOnce) {
 }
 
 TEST(TinyRuntimeClassTest, CreateObjectGivesNullWithoutAFactory) {
-    EXPECT_EQ(TinyObject::CreateObject(L"TestFile"), nullptr);
+    EXPECT_EQ(TinyObject::CreateObject(L"TinyMemoryFile"), nullptr);
     EXPECT_EQ(TinyObject::CreateObject(L"NoSuchClass"), nullptr);
 }
 
