@@ -2,15 +2,58 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <vector>
 
 #include "TinyFramework/Common/TinyLock.h"
+#include "TinyFramework/Common/TinyLogging_win32.h"
+
+#include <sddl.h>
 
 namespace TinyFramework {
 namespace {
 
 constexpr int kThreadTraceLimit = 4096;
+// TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY.
+constexpr DWORD kAdjustTokenAccess = 40;
+// TokenIsAppContainer and TokenAppContainerSid of TOKEN_INFORMATION_CLASS.
+constexpr int kTokenIsAppContainer = 29;
+constexpr int kTokenAppContainerSid = 31;
+// Room for the SID of an app container (up to 12 sub-authorities) and the pointer before it.
+constexpr DWORD kAppContainerSubAuthorities = 12;
+constexpr DWORD kAppContainerExtraBytes = 8;
+
+// An access token of a process, closed at the end of the scope.
+class ProcessToken {
+public:
+    ProcessToken(HANDLE process, DWORD access) : m_token(nullptr) {
+        if (!OpenProcessToken(process, access, &m_token)) {
+            m_token = nullptr;
+        }
+    }
+    ~ProcessToken() {
+        if (m_token != nullptr) {
+            CloseHandle(m_token);
+        }
+    }
+    ProcessToken(const ProcessToken&) = delete;
+    ProcessToken& operator=(const ProcessToken&) = delete;
+
+    bool IsOpen() const { return m_token != nullptr; }
+    HANDLE Handle() const { return m_token; }
+
+private:
+    HANDLE m_token;
+};
+
+BOOL EnableProcessPrivilege(LPCWSTR name, BOOL enable) {
+    const ProcessToken token(GetCurrentProcess(), kAdjustTokenAccess);
+    if (!token.IsOpen()) {
+        return FALSE;
+    }
+    return AdjustPrivilege(token.Handle(), name, enable);
+}
 
 // Function-local statics: trace calls may come from other statics' constructors.
 TinyLock& CommonTraceLock() {
@@ -110,6 +153,71 @@ void TraceThreadW(const wchar_t* format, ...) {
     va_end(args);
     text[kThreadTraceLimit] = L'\0';
     OutputDebugStringW(text);
+}
+
+BOOL EnableDebugPrivilege(BOOL enable) {
+    return EnableProcessPrivilege(L"SeDebugPrivilege", enable);
+}
+
+BOOL EnableBasePriorityPrivilege(BOOL enable) {
+    return EnableProcessPrivilege(L"SeIncreaseBasePriorityPrivilege", enable);
+}
+
+BOOL AdjustPrivilege(HANDLE token, LPCWSTR name, BOOL enable) {
+    TOKEN_PRIVILEGES privileges = {};
+    if (!LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid)) {
+        TINY_LOG_ERROR() << "Failed to LookupPrivilegeValue"
+                         << "(" << GetLastError() << ")";
+        return FALSE;
+    }
+    privileges.PrivilegeCount = 1;
+    privileges.Privileges[0].Attributes = enable != 0 ? SE_PRIVILEGE_ENABLED : 0;
+    if (!AdjustTokenPrivileges(token, FALSE, &privileges, sizeof(privileges), nullptr, nullptr)) {
+        TINY_LOG_ERROR() << "Failed to AdjustTokenPrivileges"
+                         << "(" << GetLastError() << ")";
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL IsAppContainer(HANDLE process, BOOL* isAppContainer) {
+    *isAppContainer = FALSE;
+    const ProcessToken token(process, TOKEN_QUERY);
+    if (!token.IsOpen()) {
+        return FALSE;
+    }
+    DWORD value = 0;
+    DWORD returned = 0;
+    if (!GetTokenInformation(token.Handle(),
+                             static_cast<TOKEN_INFORMATION_CLASS>(kTokenIsAppContainer), &value,
+                             sizeof(value), &returned)) {
+        return FALSE;
+    }
+    *isAppContainer = value != 0 ? TRUE : FALSE;
+    return TRUE;
+}
+
+LPWSTR GetAppContainerSid(HANDLE process) {
+    const ProcessToken token(process, TOKEN_QUERY);
+    if (!token.IsOpen()) {
+        return nullptr;
+    }
+    const DWORD size = GetSidLengthRequired(kAppContainerSubAuthorities) + kAppContainerExtraBytes;
+    std::vector<unsigned char> buffer(size);
+    DWORD returned = 0;
+    if (!GetTokenInformation(token.Handle(),
+                             static_cast<TOKEN_INFORMATION_CLASS>(kTokenAppContainerSid),
+                             buffer.data(), size, &returned)) {
+        return nullptr;
+    }
+    // The information starts with a pointer to the SID, which lies further on in the buffer.
+    PSID sid = nullptr;
+    memcpy(&sid, buffer.data(), sizeof(sid));
+    LPWSTR text = nullptr;
+    if (sid == nullptr || !ConvertSidToStringSidW(sid, &text)) {
+        return nullptr;
+    }
+    return text;
 }
 
 }  // namespace TinyFramework

@@ -1,12 +1,32 @@
 #include "TinyFramework/Common/TinyLogging_win32.h"
 
+#include "TinyFramework/Common/TinyCore.h"
+#include "TinyFramework/IO/TinyFile.h"
+
+#include <psapi.h>
+
 #include <atomic>
 #include <cstdio>
 #include <iomanip>
 
 namespace TinyFramework {
 
+// Constructed ahead of ordinary statics, so that a record written from another file's static
+// initialisation finds them ready.
+__attribute__((init_priority(200))) std::wstring g_logFilePath;
+__attribute__((init_priority(200))) IO::TinyFile g_logFile;
+
 namespace {
+
+// FILE_APPEND_DATA, and a creation mode of OPEN_ALWAYS inside OpenAppend.
+constexpr DWORD kLogFileAccess = 4;
+// The first attempt asks for a sharing value that no flag stands for; the second, with read and
+// write sharing, is the one that normally opens the file. Programs in the field open their logs
+// this way, so both attempts stay, in this order.
+constexpr DWORD kFirstLogFileShare = 0x80;
+constexpr DWORD kLogFileShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+constexpr DWORD kLogFileAttributes = FILE_ATTRIBUTE_NORMAL;
+constexpr int kMegabyteShift = 20;
 
 // Read by every thread that logs while any thread may switch them: atomic.
 std::atomic<int32_t> g_logFloodGuardOn{1};
@@ -36,11 +56,29 @@ int64_t GetPerformanceFrequency() {
     return frequency;
 }
 
-// The log file joins here once a program can name one; until then a record that no handler took
-// ends at this point. The query server sets neither a handler nor a file on purpose: it has no
-// console and no file of its own, and its parent judges a run by the bytes on the pipe alone, so
-// its records are formatted and go nowhere.
-void OfferToLogFile(int32_t /*severity*/, const std::string& /*record*/) {}
+// The last stop of a record that no handler took. Without a log path it ends here: the query
+// server names no file on purpose, as it has no console and no file of its own and its parent
+// judges a run by the bytes on the pipe alone. A record that cannot be written is lost, and the
+// next one tries to open the file again. The file is not flushed: the system writes it behind.
+void OfferToLogFile(const std::string& record) {
+    if (g_logFilePath.empty()) {
+        return;
+    }
+    if (!OpenLogFile(g_logFilePath.c_str())) {
+        return;
+    }
+    g_logFile.Write(record.data(), static_cast<LONG>(static_cast<uint32_t>(record.size())));
+}
+
+// "YYYYMMDD hh-mm-ss-<pid>.log" in local time.
+std::wstring LogFileName() {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    wchar_t name[64] = {};
+    _snwprintf(name, 63, L"%d%02d%02d %02d-%02d-%02d-%d.log", now.wYear, now.wMonth, now.wDay,
+               now.wHour, now.wMinute, now.wSecond, static_cast<int>(GetCurrentProcessId()));
+    return name;
+}
 
 }  // namespace
 
@@ -195,7 +233,103 @@ LogMessage::~LogMessage() {
     if (handler != nullptr && handler(m_severity, m_file, m_line, record.c_str()) != 0) {
         return;
     }
-    OfferToLogFile(m_severity, record);
+    OfferToLogFile(record);
+}
+
+std::wstring DirectoryWithSeparator(const std::wstring& path) {
+    const size_t separator = path.rfind(L'\\');
+    if (separator == std::wstring::npos) {
+        return path;
+    }
+    return path.substr(0, separator + 1);
+}
+
+std::wstring GetProgramDirectory() {
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return DirectoryWithSeparator(path);
+}
+
+std::wstring GetDefaultLogPath() {
+    return GetProgramDirectory() + LogFileName();
+}
+
+std::wstring GetTempLogPath() {
+    wchar_t path[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, path);
+    return DirectoryWithSeparator(path) + LogFileName();
+}
+
+BOOL OpenLogFile(const wchar_t* path) {
+    const HANDLE handle = g_logFile.Handle();
+    if (handle != nullptr && handle != INVALID_HANDLE_VALUE) {
+        return TRUE;
+    }
+    // A copy first: the path may be g_logFilePath itself.
+    const std::wstring chosen =
+        path == nullptr || path[0] == L'\0' ? GetDefaultLogPath() : std::wstring(path);
+    g_logFilePath = chosen;
+    if (g_logFile.OpenAppend(chosen.c_str(), kLogFileAccess, kFirstLogFileShare,
+                             kLogFileAttributes)) {
+        return TRUE;
+    }
+    return g_logFile.OpenAppend(chosen.c_str(), kLogFileAccess, kLogFileShare, kLogFileAttributes);
+}
+
+void CloseLogFile() {
+    g_logFile.Close();
+}
+
+BOOL DeleteLogFile() {
+    return DeleteFileW(g_logFilePath.c_str());
+}
+
+BOOL RestartLogFile(const wchar_t* path) {
+    CloseLogFile();
+    // The file of the path used so far goes, not the one about to be opened.
+    DeleteLogFile();
+    return OpenLogFile(path);
+}
+
+BOOL ContinueLogFile(const wchar_t* path) {
+    CloseLogFile();
+    return OpenLogFile(path);
+}
+
+BOOL LogMemoryReport() {
+    MEMORYSTATUSEX memory = {};
+    memory.dwLength = sizeof(memory);
+    if (!GlobalMemoryStatusEx(&memory)) {
+        return FALSE;
+    }
+    PROCESS_MEMORY_COUNTERS counters = {};
+    counters.cb = sizeof(counters);
+    if (!K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters))) {
+        return FALSE;
+    }
+    LogMessage(LOG_INFO).stream() << StringPrintf(
+        "Physical Memory: %luMB Total, %luMB Free, %luMB WorkingSetSize",
+        static_cast<unsigned long>(memory.ullTotalPhys >> kMegabyteShift),
+        static_cast<unsigned long>(memory.ullAvailPhys >> kMegabyteShift),
+        static_cast<unsigned long>(counters.WorkingSetSize >> kMegabyteShift));
+    return TRUE;
+}
+
+BOOL LogDiskReport() {
+    ULARGE_INTEGER freeToCaller = {};
+    ULARGE_INTEGER total = {};
+    ULARGE_INTEGER totalFree = {};
+    if (!GetDiskFreeSpaceExW(L"C:\\", &freeToCaller, &total, &totalFree)) {
+        return FALSE;
+    }
+    // The labels stand crosswise to their values: "Total" shows the space free to this caller
+    // and "Free" the size of the volume. Readers of these reports compare them with older ones,
+    // so the order stays.
+    LogMessage(LOG_INFO).stream() << StringPrintf(
+        "Disk(C) Free Space: %luMB Total, %luMB Free",
+        static_cast<unsigned long>(freeToCaller.QuadPart >> kMegabyteShift),
+        static_cast<unsigned long>(total.QuadPart >> kMegabyteShift));
+    return TRUE;
 }
 
 }  // namespace TinyFramework

@@ -9,6 +9,10 @@
 
 namespace TinyFramework {
 
+namespace IO {
+class TinyFile;
+}  // namespace IO
+
 // Severities of a record. Anything above FATAL prints as "UNKNOWN"; a negative one prints no name.
 enum LogSeverity : int32_t {
     LOG_INFO = 0,
@@ -102,6 +106,40 @@ private:
     const char* m_file;
     int32_t m_line;
 };
+
+// The log file: one per process. A record reaches it once a path is named (OpenLogFile,
+// RestartLogFile, ContinueLogFile); until then g_logFilePath is empty and records touch no file.
+// The path is a plain variable, meant to be set before threads start; the file is written
+// without a lock, its append mode keeping each record whole.
+extern std::wstring g_logFilePath;
+// Declared here without its class, which TinyFramework/IO/TinyFile.h gives, so that every user of
+// LogMessage does not take in the file classes.
+extern IO::TinyFile g_logFile;
+
+// Opens the log file for appending, creating it if absent, unless it is open already: then the
+// path is ignored and 1 returned. A null or empty path means GetDefaultLogPath(). 1 when open.
+BOOL OpenLogFile(const wchar_t* path);
+void CloseLogFile();
+// Deletes the file at g_logFilePath.
+BOOL DeleteLogFile();
+// Closes the log file, deletes the file of the path used so far, and opens `path`.
+BOOL RestartLogFile(const wchar_t* path);
+// Closes the log file and opens `path`, appending to what it holds.
+BOOL ContinueLogFile(const wchar_t* path);
+// "<program directory>\YYYYMMDD hh-mm-ss-<pid>.log", in local time.
+std::wstring GetDefaultLogPath();
+// The same name in the temporary directory.
+std::wstring GetTempLogPath();
+// The directory part of a path with its trailing backslash; the path as it is without one.
+std::wstring DirectoryWithSeparator(const std::wstring& path);
+// The directory of the running program with its trailing backslash.
+std::wstring GetProgramDirectory();
+
+// An INFO line with physical memory and this process's working set; 0 (and no line) when the
+// figures cannot be read.
+BOOL LogMemoryReport();
+// An INFO line with the free and total space of drive C; 0 when it cannot be read.
+BOOL LogDiskReport();
 
 }  // namespace TinyFramework
 
