@@ -29,7 +29,9 @@ size_t CommandLineLength(const std::vector<std::wstring>& arguments) {
 // One raw query with a fresh id as the last argument (the last usable id wins, so the names are
 // known). The raw path does not retry, and on a loaded machine the parent can still open the pipe
 // in the instant between the server's event and its connect, which makes the server drop its
-// reply by design; such a run says nothing about the arguments, so it is made again.
+// reply by design; such a run says nothing about the arguments, so it is made again. Wine's
+// CreateProcess also fails now and then with error 1359 on a busy machine for a command line it
+// starts the next time; only a refusal that stays is the command line's.
 QueryClient::RawReply QueryUntilNotLost(QueryClient::Client& client,
                                         const std::vector<std::wstring>& arguments) {
     constexpr int kAttempts = 10;
@@ -39,7 +41,8 @@ QueryClient::RawReply QueryUntilNotLost(QueryClient::Client& client,
         std::vector<std::wstring> withId = arguments;
         withId.push_back(L"id=" + id);
         reply = client.QueryRaw(withId, id);
-        if (reply.outcome != QueryClient::Outcome::ReplyLost) {
+        if (reply.outcome != QueryClient::Outcome::ReplyLost &&
+            reply.outcome != QueryClient::Outcome::ServerNotStarted) {
             break;
         }
     }
