@@ -30,6 +30,9 @@ std::string Narrow(const std::wstring& text) {
 class CaptureWithDecoders : public CaptureTest {
 protected:
     static void SetUpTestSuite() {
+        // This hides the camera fixture's own suite set-up, which registers the camera server:
+        // without it, a prefix where no other suite ran first has no camera to open.
+        CaptureTest::SetUpTestSuite();
         s_installedBefore = TestDecoders::QueryDecoderStatus().Installed();
         std::wstring error;
         ASSERT_TRUE(TestDecoders::InstallDecoders(&error)) << Narrow(error);
