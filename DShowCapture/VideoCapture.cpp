@@ -5,12 +5,14 @@
 #include <ksmedia.h>
 
 #include <cstdlib>
+#include <memory>
 
 #include "DShowCapture/DShowPropertyDlg.h"
 #include "DShowCapture/DriverData.h"
 #include "DShowCapture/FormatSort.h"
 #include "DShowCapture/MediaTypes.h"
 #include "DShowCapture/PinSearch.h"
+#include "TinyFramework/Common/TinyBacktrace.h"
 #include "TinyFramework/Common/TinyCore.h"
 #include "TinyFramework/Common/TinyLogging_win32.h"
 
@@ -644,6 +646,34 @@ bool VideoCapture::CheckEvents() {
         m_mediaEvent->FreeEventParams(code, param1, param2);
     }
     return result;
+}
+
+namespace {
+
+// What the guarded call of VideoCapture::ShowProperty needs, behind the one pointer that the
+// guard passes through.
+struct PropertyCall {
+    const ComPtr<IBaseFilter>* filter;
+    HWND owner;
+};
+
+void ShowPropertyOf(void* context) {
+    const PropertyCall* call = static_cast<const PropertyCall*>(context);
+    ShowProperty(*call->filter, call->owner);
+}
+
+}  // namespace
+
+BOOL VideoCapture::ShowProperty(HWND owner) {
+    // std::addressof: the unary & of MinGW's ComPtr releases what the pointer holds.
+    PropertyCall call = {std::addressof(m_captureFilter), owner};
+    // A driver's property code runs in this process: a fault in it is logged with its stack
+    // and reported as false instead of ending the program.
+    return TinyFramework::CallWithExceptionTrace(&ShowPropertyOf, &call);
+}
+
+bool VideoCapture::IsPropertyShown() const {
+    return m_captureFilter && DShow::IsPropertyShown(m_captureFilter.Get());
 }
 
 VideoCapture::SinkFeed VideoCapture::GetSinkFeed() const {

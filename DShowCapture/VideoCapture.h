@@ -14,8 +14,9 @@
 //
 // Threads:
 //   - Initialize, Uninitialize, Allocate, Deallocate, Run, Stop, Pause, GetState, CheckEvents,
-//     EnableMjpegDec and SetCallback run on the owner's thread; the owner keeps them from
-//     overlapping.
+//     EnableMjpegDec, SetCallback and ShowProperty run on the owner's thread; the owner keeps
+//     them from overlapping. The property frame runs on a dialog thread of its own, which holds
+//     its own reference to the device's filter (DShowPropertyDlg.h).
 //   - OnMediaTypeChanged and OnFrameReceived run on the streaming thread of the filter in front
 //     of the sink (the device, or a decoder).
 //
@@ -98,6 +99,13 @@ public:
     void SetCallback(FrameCallback&& callback);
     // The format that the graph really carries; all zero while nothing is connected.
     const VideoFormat& GetCurrentFormat() const { return m_currentFormat; }
+    // Opens the device's property frame on a thread of its own and returns at once (see
+    // DShowPropertyDlg.h); a frame already open for the device stays as it is. True when the
+    // call returned, also before Initialize; false when it raised a structured exception, which
+    // is logged with its stack and goes no further.
+    BOOL ShowProperty(HWND owner);
+    // Whether a property frame of the device is open (or about to open).
+    bool IsPropertyShown() const;
     // Asks the graph which filter is connected to the sink's input pin, on the owner's thread.
     // Allocate can succeed with nothing connected; this tells that case apart from a stream.
     SinkFeed GetSinkFeed() const;
@@ -116,9 +124,11 @@ public:
 
 protected:
     // Seams for tests that must stand in for what the platform cannot produce (a refused Run,
-    // a failing event queue) and that look at the graph through its published interfaces.
+    // a failing event queue, a driver that faults) and that look at the graph through its
+    // published interfaces.
     ComPtr<IMediaControl>& MediaControl() { return m_mediaControl; }
     ComPtr<IMediaEvent>& MediaEvent() { return m_mediaEvent; }
+    ComPtr<IBaseFilter>& CaptureFilter() { return m_captureFilter; }
     IGraphBuilder* Graph() const { return m_graph.Get(); }
     ICaptureGraphBuilder2* Builder() const { return m_builder.Get(); }
 

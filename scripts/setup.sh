@@ -12,6 +12,8 @@ packages=(
     clang-format
     ccache
     stress-ng
+    xvfb
+    xauth
 )
 
 missing=()

@@ -31,6 +31,7 @@ constexpr DWORD kStateDeadlineMs = 60000;
 class TestableCapture : public DShow::VideoCapture {
 public:
     using VideoCapture::Builder;
+    using VideoCapture::CaptureFilter;
     using VideoCapture::Graph;
     using VideoCapture::MediaControl;
     using VideoCapture::MediaEvent;

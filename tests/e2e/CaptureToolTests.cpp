@@ -71,6 +71,30 @@ TEST(CaptureToolArguments, EveryOptionIsRead) {
     EXPECT_TRUE(parsed.json);
 }
 
+TEST(CaptureToolArguments, PropertiesWithoutALimitRunsUntilTheFrameCloses) {
+    CaptureArguments parsed;
+    std::string error;
+    ASSERT_TRUE(Parse({L"cam", L"--properties"}, parsed, error)) << error;
+    EXPECT_TRUE(parsed.properties);
+    EXPECT_EQ(parsed.frames, 0);
+    EXPECT_EQ(parsed.seconds, 0.0);
+}
+
+TEST(CaptureToolArguments, PropertiesKeepAGivenLimit) {
+    CaptureArguments byFrames;
+    std::string error;
+    ASSERT_TRUE(Parse({L"--properties", L"cam", L"--frames", L"5"}, byFrames, error)) << error;
+    EXPECT_TRUE(byFrames.properties);
+    EXPECT_EQ(byFrames.frames, 5);
+    CaptureArguments bySeconds;
+    ASSERT_TRUE(Parse({L"cam", L"--seconds", L"2", L"--properties"}, bySeconds, error)) << error;
+    EXPECT_EQ(bySeconds.seconds, 2.0);
+    EXPECT_EQ(bySeconds.frames, 30);
+    CaptureArguments without;
+    ASSERT_TRUE(Parse({L"cam"}, without, error)) << error;
+    EXPECT_FALSE(without.properties);
+}
+
 TEST(CaptureToolArguments, SnapshotTakesThePathThatFollows) {
     CaptureArguments parsed;
     std::string error;

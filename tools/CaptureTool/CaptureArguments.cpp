@@ -150,6 +150,8 @@ bool ParseCaptureArguments(const std::vector<std::wstring>& arguments, CaptureAr
         const std::wstring& argument = arguments[index];
         if (argument == L"--json") {
             parsed.json = true;
+        } else if (argument == L"--properties") {
+            parsed.properties = true;
         } else if (argument == L"--no-mjpeg-decoder") {
             parsed.mjpegDecoder = false;
         } else if (argument == L"--help" || argument == L"-h") {
@@ -171,6 +173,9 @@ bool ParseCaptureArguments(const std::vector<std::wstring>& arguments, CaptureAr
     }
     if (framesGiven && secondsGiven) {
         return Fail(error, "--frames and --seconds cannot be given together");
+    }
+    if (parsed.properties && !framesGiven && !secondsGiven) {
+        parsed.frames = 0;
     }
     if (parsed.help) {
         return true;

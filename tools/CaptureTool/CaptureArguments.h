@@ -25,13 +25,17 @@ struct CaptureArguments {
     bool hasRate = false;
     float rate = 0.0f;
     // The run ends after `frames` frames, or `seconds` after the first frame when that is
-    // positive.
+    // positive. 0 frames sets no limit: with --properties and neither option the run lasts
+    // until the property frame closes.
     int64_t frames = kDefaultFrames;
     double seconds = 0.0;
     bool mjpegDecoder = true;
     // Where --snapshot writes the last frame as a PNG; empty when it was not given.
     std::wstring snapshotPath;
     bool json = false;
+    // Whether the device's property frame is opened while the tool captures; closing it ends
+    // the run.
+    bool properties = false;
     bool help = false;
 };
 

@@ -41,11 +41,19 @@ bool FindDevice(const std::wstring& id, DShow::VideoDevice& found) {
 }
 
 // What ended the wait for frames.
-enum class StreamEnd { kLimitReached, kTimeUp, kDeviceLost, kNoFirstFrame, kStalled };
+enum class StreamEnd {
+    kLimitReached,
+    kTimeUp,
+    kPropertiesClosed,
+    kDeviceLost,
+    kNoFirstFrame,
+    kStalled
+};
 
-// Polls until the tally has its frames, the time is up, or the stream failed; prints a line of
-// progress each second since Run.
+// Polls until the tally has its frames, the time is up, the property frame that the run watches
+// has closed, or the stream failed; prints a line of progress each second since Run.
 StreamEnd WaitForFrames(DShow::VideoCapture& capture, FrameTally& tally, double seconds,
+                        bool untilPropertiesClosed,
                         const std::function<void(const std::string&)>& progress) {
     const int64_t start = TinyFramework::GetMonotonicNanos();
     const int64_t runFor = static_cast<int64_t>(seconds * kNanosPerSecond);
@@ -57,6 +65,9 @@ StreamEnd WaitForFrames(DShow::VideoCapture& capture, FrameTally& tally, double 
         }
         if (!capture.CheckEvents()) {
             return StreamEnd::kDeviceLost;
+        }
+        if (untilPropertiesClosed && !capture.IsPropertyShown()) {
+            return StreamEnd::kPropertiesClosed;
         }
         const int64_t now = TinyFramework::GetMonotonicNanos();
         const FrameCounts counts = tally.Counts();
@@ -107,6 +118,7 @@ std::string StreamFailure(StreamEnd end, int64_t frames) {
             return "no frame for 10 s after " + std::to_string(frames) + " frames";
         case StreamEnd::kLimitReached:
         case StreamEnd::kTimeUp:
+        case StreamEnd::kPropertiesClosed:
             break;
     }
     return std::string();
@@ -129,8 +141,9 @@ RunResult RunCapture(const CaptureArguments& arguments,
 
     // The tally outlives the capture object, whose teardown stops the streaming thread that
     // calls into it.
-    const int64_t limit =
-        arguments.seconds > 0.0 ? std::numeric_limits<int64_t>::max() : arguments.frames;
+    const int64_t limit = arguments.seconds > 0.0 || arguments.frames == 0
+                              ? std::numeric_limits<int64_t>::max()
+                              : arguments.frames;
     std::unique_ptr<FrameTally> tally;
     std::unique_ptr<FrameKeeper> keeper;
     std::unique_ptr<FrameReceiver> receiver;
@@ -160,7 +173,12 @@ RunResult RunCapture(const CaptureArguments& arguments,
     if (!capture.Run()) {
         return Failed("Run refused (is the device in use by another application?)");
     }
-    const StreamEnd end = WaitForFrames(capture, *tally, arguments.seconds, progress);
+    // The frame runs on a thread of its own; this thread goes on counting and polling.
+    if (arguments.properties && !capture.ShowProperty(nullptr)) {
+        return Failed("the device's property frame failed with an exception");
+    }
+    const StreamEnd end =
+        WaitForFrames(capture, *tally, arguments.seconds, arguments.properties, progress);
     capture.Stop();
     const FrameCounts counts = tally->Counts();
 

@@ -16,7 +16,7 @@ namespace {
 constexpr char kUsage[] =
     "usage: CaptureTool <device_id> [--format NAME] [--size WxH] [--rate FPS]\n"
     "                   [--frames N | --seconds S] [--no-mjpeg-decoder] [--snapshot FILE.png]\n"
-    "                   [--json]\n"
+    "                   [--properties] [--json]\n"
     "\n"
     "  --format NAME       pixel format: YUY2, UYUY (or UYVY), MJPEG (or MJPG), I420, NV12,\n"
     "                      RGB24, RGBA, ...\n"
@@ -28,6 +28,8 @@ constexpr char kUsage[] =
     "  --seconds S         stop S seconds after the first frame\n"
     "  --no-mjpeg-decoder  hand MJPEG frames over as they come, not decoded\n"
     "  --snapshot FILE.png write the last frame received as a PNG\n"
+    "  --properties        open the device's property frame while capturing; closing it ends\n"
+    "                      the run (unless --frames or --seconds ends it first)\n"
     "  --json              print the summary as one JSON object, and no line per second\n"
     "\n"
     "Exit code 0 on success; 1 with one line on stderr when the capture failed; 2 for bad\n"

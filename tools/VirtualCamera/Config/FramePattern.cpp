@@ -47,44 +47,74 @@ BYTE BarLuma(LONG x, LONG y, uint32_t phase) {
     return static_cast<BYTE>(shade > kLumaBright ? kLumaBright : shade);
 }
 
+// Squares of two grey levels, scrolling like the bars.
+BYTE CheckerLuma(LONG x, LONG y, uint32_t phase) {
+    const uint32_t column = (static_cast<uint32_t>(x) + phase * kStepPerFrame) / kBarWidth;
+    const uint32_t row = static_cast<uint32_t>(y) / kBarWidth;
+    return ((column + row) & 1) ? 180 : 60;
+}
+
+BYTE ClampLuma(int32_t luma) {
+    return static_cast<BYTE>(luma < kLumaDark     ? kLumaDark
+                             : luma > kLumaBright ? kLumaBright
+                                                  : luma);
+}
+
+// Luma of one pixel of the picture the settings ask for.
+BYTE PictureLuma(const PictureSettings& picture, LONG x, LONG y, uint32_t phase) {
+    int32_t luma = kNeutralBrightness;
+    switch (picture.pattern) {
+        case TestPattern::kMovingBars:
+            luma = BarLuma(x, y, phase);
+            break;
+        case TestPattern::kCheckerboard:
+            luma = CheckerLuma(x, y, phase);
+            break;
+        case TestPattern::kFlatField:
+            break;
+    }
+    return ClampLuma(luma + picture.brightness - kNeutralBrightness);
+}
+
 BYTE ToFullRange(BYTE luma) {
     return static_cast<BYTE>((static_cast<uint32_t>(luma - kLumaDark) * 255) / 219);
 }
 
-void PaintPackedYuv(bool lumaFirst, LONG width, LONG rows, uint32_t phase, BYTE* data,
-                    size_t size) {
+void PaintPackedYuv(const PictureSettings& picture, bool lumaFirst, LONG width, LONG rows,
+                    uint32_t phase, BYTE* data, size_t size) {
     const size_t stride = static_cast<size_t>(width) * 2;
     for (LONG y = 0; y < rows && (y + 1) * stride <= size; ++y) {
         BYTE* row = data + y * stride;
         for (LONG x = 0; x < width; ++x) {
-            row[2 * x + (lumaFirst ? 0 : 1)] = BarLuma(x, y, phase);
+            row[2 * x + (lumaFirst ? 0 : 1)] = PictureLuma(picture, x, y, phase);
             row[2 * x + (lumaFirst ? 1 : 0)] =
                 static_cast<BYTE>(kChromaNeutral + ((x & 2) ? 40 : -40));
         }
     }
 }
 
-void PaintPlanarYuv(LONG width, LONG rows, uint32_t phase, BYTE* data, size_t size) {
+void PaintPlanarYuv(const PictureSettings& picture, LONG width, LONG rows, uint32_t phase,
+                    BYTE* data, size_t size) {
     const size_t lumaSize = static_cast<size_t>(width) * rows;
     if (lumaSize > size) {
         return;
     }
     for (LONG y = 0; y < rows; ++y) {
         for (LONG x = 0; x < width; ++x) {
-            data[y * static_cast<size_t>(width) + x] = BarLuma(x, y, phase);
+            data[y * static_cast<size_t>(width) + x] = PictureLuma(picture, x, y, phase);
         }
     }
     // Chroma planes (or the interleaved NV12 plane) take the rest; a neutral grey is valid in all.
     memset(data + lumaSize, kChromaNeutral, size - lumaSize);
 }
 
-void PaintRgb(size_t bytesPerPixel, LONG width, LONG rows, uint32_t phase, BYTE* data,
-              size_t size) {
+void PaintRgb(const PictureSettings& picture, size_t bytesPerPixel, LONG width, LONG rows,
+              uint32_t phase, BYTE* data, size_t size) {
     const size_t stride = ((static_cast<size_t>(width) * bytesPerPixel * 8 + 31) / 32) * 4;
     for (LONG y = 0; y < rows && (y + 1) * stride <= size; ++y) {
         BYTE* row = data + y * stride;
         for (LONG x = 0; x < width; ++x) {
-            const BYTE level = ToFullRange(BarLuma(x, y, phase));
+            const BYTE level = ToFullRange(PictureLuma(picture, x, y, phase));
             BYTE* pixel = row + x * bytesPerPixel;
             for (size_t c = 0; c < bytesPerPixel; ++c) {
                 pixel[c] = level;
@@ -141,6 +171,11 @@ constexpr size_t kCounterSegmentEnd = sizeof(kCounterSegment) + 4;
 
 void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, BYTE* data,
                 size_t size) {
+    PaintFrame(subtype, width, height, counter, PictureSettings(), data, size);
+}
+
+void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter,
+                const PictureSettings& picture, BYTE* data, size_t size) {
     if (!data || size == 0) {
         return;
     }
@@ -152,27 +187,29 @@ void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, 
     }
     switch (layout) {
         case PixelLayout::YUY2:
-            PaintPackedYuv(true, width, rows, counter, data, size);
+            PaintPackedYuv(picture, true, width, rows, counter, data, size);
             break;
         case PixelLayout::UYVY:
-            PaintPackedYuv(false, width, rows, counter, data, size);
+            PaintPackedYuv(picture, false, width, rows, counter, data, size);
             break;
         case PixelLayout::I420:
         case PixelLayout::YV12:
         case PixelLayout::NV12:
-            PaintPlanarYuv(width, rows, counter, data, size);
+            PaintPlanarYuv(picture, width, rows, counter, data, size);
             break;
         case PixelLayout::RGB24:
-            PaintRgb(3, width, rows, counter, data, size);
+            PaintRgb(picture, 3, width, rows, counter, data, size);
             break;
         case PixelLayout::RGB32:
-            PaintRgb(4, width, rows, counter, data, size);
+            PaintRgb(picture, 4, width, rows, counter, data, size);
             break;
         default:
-            PaintRgb(2, width, rows, counter, data, size);
+            PaintRgb(picture, 2, width, rows, counter, data, size);
             break;
     }
-    WriteBits(layout, width, 0, kCounterPixels, counter, data, size);
+    if (picture.frameCounter) {
+        WriteBits(layout, width, 0, kCounterPixels, counter, data, size);
+    }
 }
 
 bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint32_t* counter) {
@@ -259,10 +296,15 @@ std::vector<BYTE> AddCounterToJpeg(const std::vector<BYTE>& jpeg, uint32_t count
 }
 
 void PaintBgrPicture(LONG width, LONG height, uint32_t phase, BYTE* rows, size_t stride) {
+    PaintBgrPicture(width, height, phase, PictureSettings(), rows, stride);
+}
+
+void PaintBgrPicture(LONG width, LONG height, uint32_t phase, const PictureSettings& picture,
+                     BYTE* rows, size_t stride) {
     for (LONG y = 0; y < height; ++y) {
         BYTE* row = rows + y * stride;
         for (LONG x = 0; x < width; ++x) {
-            const BYTE level = ToFullRange(BarLuma(x, y, phase));
+            const BYTE level = ToFullRange(PictureLuma(picture, x, y, phase));
             row[3 * x] = level;
             row[3 * x + 1] = static_cast<BYTE>(255 - level);
             row[3 * x + 2] = static_cast<BYTE>((x * 255) / (width > 1 ? width - 1 : 1));

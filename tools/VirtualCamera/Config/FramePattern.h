@@ -1,5 +1,7 @@
 #pragma once
-// The moving test picture the virtual camera sends, and the frame counter it carries.
+// The moving test picture the virtual camera sends, and the frame counter it carries. The picture
+// is the moving bars unless a person chose another pattern, brightness or no counter through the
+// camera's property page (PictureSettings.h).
 //
 // Uncompressed frames: the first 32 pixels of the first row in memory (the bytes at the start of
 // the buffer, whatever the row order) hold the frame number, most significant bit first. A pixel
@@ -26,6 +28,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "tools/VirtualCamera/Config/PictureSettings.h"
+
 namespace VirtualCamera {
 
 inline constexpr int kCounterPixels = 32;
@@ -34,6 +38,9 @@ inline constexpr int kFillTimePixels = 64;
 // Fills an uncompressed frame: bars that move one step per frame, and the counter.
 void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter, BYTE* data,
                 size_t size);
+// The same with the picture a person chose: pattern, brightness, and the counter or none.
+void PaintFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter,
+                const PictureSettings& picture, BYTE* data, size_t size);
 
 // Reads the counter back from an uncompressed frame or an MJPG frame.
 bool DecodeFrameCounter(const GUID& subtype, const BYTE* data, size_t size, uint32_t* counter);
@@ -50,5 +57,7 @@ bool DecodeFillTime(const GUID& subtype, const BYTE* data, size_t size, uint64_t
 
 // Writes the moving bars (without counter) as 24-bit BGR top-down rows of `stride` bytes.
 void PaintBgrPicture(LONG width, LONG height, uint32_t phase, BYTE* rows, size_t stride);
+void PaintBgrPicture(LONG width, LONG height, uint32_t phase, const PictureSettings& picture,
+                     BYTE* rows, size_t stride);
 
 }  // namespace VirtualCamera

@@ -37,6 +37,10 @@ STDMETHODIMP CaptureFilter::QueryInterface(REFIID riid, void** object) {
         *object = static_cast<IPersistPropertyBag*>(this);
     } else if (riid == IID_IKsPropertySet) {
         *object = static_cast<IKsPropertySet*>(this);
+    } else if (riid == IID_ISpecifyPropertyPages) {
+        *object = static_cast<ISpecifyPropertyPages*>(this);
+    } else if (riid == IID_IVirtualCameraPicture) {
+        *object = static_cast<IVirtualCameraPicture*>(this);
     } else {
         return E_NOINTERFACE;
     }
@@ -297,6 +301,41 @@ STDMETHODIMP CaptureFilter::Get(REFGUID set, DWORD id, void*, DWORD, void* data,
 STDMETHODIMP CaptureFilter::QuerySupported(REFGUID set, DWORD id, DWORD* support) {
     std::lock_guard<std::recursive_mutex> lock(m_lock);
     return m_powerLine.QuerySupported(set, id, support);
+}
+
+// ---- Picture ---------------------------------------------------------------------------------
+
+STDMETHODIMP CaptureFilter::GetPages(CAUUID* pages) {
+    if (!pages) {
+        return E_POINTER;
+    }
+    pages->pElems = static_cast<GUID*>(CoTaskMemAlloc(sizeof(GUID)));
+    if (!pages->pElems) {
+        pages->cElems = 0;
+        return E_OUTOFMEMORY;
+    }
+    pages->pElems[0] = CLSID_VirtualCameraPicturePage;
+    pages->cElems = 1;
+    return S_OK;
+}
+
+STDMETHODIMP CaptureFilter::GetPicture(PictureSettings* settings) {
+    if (!settings) {
+        return E_POINTER;
+    }
+    *settings = m_picture.Get();
+    return S_OK;
+}
+
+STDMETHODIMP CaptureFilter::SetPicture(const PictureSettings* settings) {
+    if (!settings) {
+        return E_POINTER;
+    }
+    if (!IsValidPicture(*settings)) {
+        return E_INVALIDARG;
+    }
+    m_picture.Set(*settings);
+    return S_OK;
 }
 
 }  // namespace VirtualCamera

@@ -2,17 +2,25 @@
 // The virtual camera's source filter: one capture output pin, a device's settings read from its
 // property bag when the device moniker binds, and the usual Stopped/Paused/Running states. A
 // live source: it produces frames only while running, and reports VFW_S_CANT_CUE when paused.
-// Its IKsPropertySet answers the device's power-line frequency (PowerLineProperty.h).
+// Its IKsPropertySet answers the device's power-line frequency (PowerLineProperty.h). Its picture
+// (pattern, brightness, frame counter) can be changed while it streams, through
+// IVirtualCameraPicture, and a person does that on its property page (PicturePage.h), which
+// ISpecifyPropertyPages names.
 //
 // References: the filter counts its own references and owns its pin, whose references count on
 // the filter. Upward it keeps plain pointers only: to the graph it joined and to that graph's
 // IMediaEventSink, through which the streaming thread reports a lost device (EC_DEVICE_LOST);
 // the graph owns the filter, and a counted pointer would keep it alive through its own filter.
 // The power-line property keeps the device's property bag (counted) to report what was set.
+// A property page that edits the picture holds the filter counted (through
+// IVirtualCameraPicture) between SetObjects and its release; the filter knows nothing of it.
 //
 // Threads and locks: m_lock (recursive) guards the state, the settings, the pin's connection and
 // the properties, taken by every call from the graph or an application. The streaming thread
-// takes no lock of the filter's: the owner of m_lock may be joining it.
+// takes no lock of the filter's: the owner of m_lock may be joining it. The picture settings
+// have a lock of their own (PictureControl), held only to copy them: GetPicture and SetPicture,
+// on any thread (a property page's is the frame's dialog thread), and the streaming thread once
+// per frame.
 
 #include <windows.h>
 #include <strmif.h>
@@ -25,7 +33,9 @@
 #include <string>
 
 #include "tools/VirtualCamera/Config/DeviceConfig.h"
+#include "tools/VirtualCamera/Config/PictureSettings.h"
 #include "tools/VirtualCamera/Filter/ModuleLifetime.h"
+#include "tools/VirtualCamera/Filter/PictureControl.h"
 #include "tools/VirtualCamera/Filter/PowerLineProperty.h"
 
 namespace VirtualCamera {
@@ -35,7 +45,9 @@ class CapturePin;
 class CaptureFilter final : public IBaseFilter,
                             public IAMFilterMiscFlags,
                             public IPersistPropertyBag,
-                            public IKsPropertySet {
+                            public IKsPropertySet,
+                            public ISpecifyPropertyPages,
+                            public IVirtualCameraPicture {
 public:
     CaptureFilter();
 
@@ -77,8 +89,16 @@ public:
                      DWORD dataSize, DWORD* returned) override;
     STDMETHODIMP QuerySupported(REFGUID set, DWORD id, DWORD* support) override;
 
+    // ISpecifyPropertyPages: the picture page.
+    STDMETHODIMP GetPages(CAUUID* pages) override;
+
+    // IVirtualCameraPicture
+    STDMETHODIMP GetPicture(PictureSettings* settings) override;
+    STDMETHODIMP SetPicture(const PictureSettings* settings) override;
+
     // For the pin.
     const DeviceSettings& Settings() const { return m_settings; }
+    const PictureControl& Picture() const { return m_picture; }
     std::recursive_mutex& Lock() { return m_lock; }
     FILTER_STATE State() const { return m_state; }
     IFilterGraph* Graph() const { return m_graph; }
@@ -103,6 +123,7 @@ private:
     IFilterGraph* m_graph = nullptr;
     std::atomic<IMediaEventSink*> m_eventSink{nullptr};
     PowerLineProperty m_powerLine;
+    PictureControl m_picture;
     std::wstring m_nameInGraph;
     std::unique_ptr<CapturePin> m_pin;
 };

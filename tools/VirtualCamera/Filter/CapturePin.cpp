@@ -725,6 +725,7 @@ HRESULT CapturePin::StartStreaming(IReferenceClock* clock, REFERENCE_TIME start)
         m_filter->NotifyDeviceLost();
     };
     session.stampFillTime = settings.stampFillTime;
+    session.picture = &m_filter->Picture();
     const HRESULT hr = PrepareModeChange(mode, &session.change);
     if (FAILED(hr)) {
         return hr;

@@ -1,5 +1,5 @@
-// The in-process COM server entry points of VirtualCamera.dll: a class factory for the capture
-// filter and self-registration of its CLSID.
+// The in-process COM server entry points of VirtualCamera.dll: class factories for the capture
+// filter and its property page, and self-registration of both classes.
 
 #include <windows.h>
 #include <olectl.h>
@@ -10,15 +10,19 @@
 
 #include "tools/VirtualCamera/Config/DeviceConfig.h"
 #include "tools/VirtualCamera/Config/Guids.h"
+#include "tools/VirtualCamera/Config/PictureSettings.h"
 #include "tools/VirtualCamera/Config/SystemHelpers.h"
 #include "tools/VirtualCamera/Filter/CaptureFilter.h"
 #include "tools/VirtualCamera/Filter/ComObject.h"
 #include "tools/VirtualCamera/Filter/ModuleLifetime.h"
+#include "tools/VirtualCamera/Filter/PicturePage.h"
 
 namespace VirtualCamera {
 namespace {
 
-class FilterFactory final : public SingleInterfaceObject<IClassFactory, &IID_IClassFactory> {
+// Makes the objects of one class. `Object` starts with one reference, its creator's.
+template <class Object>
+class ClassFactory final : public SingleInterfaceObject<IClassFactory, &IID_IClassFactory> {
 public:
     STDMETHODIMP CreateInstance(IUnknown* outer, REFIID riid, void** object) override {
         if (!object) {
@@ -28,12 +32,12 @@ public:
         if (outer) {
             return CLASS_E_NOAGGREGATION;
         }
-        auto* filter = new (std::nothrow) CaptureFilter();
-        if (!filter) {
+        auto* created = new (std::nothrow) Object();
+        if (!created) {
             return E_OUTOFMEMORY;
         }
-        const HRESULT hr = filter->QueryInterface(riid, object);
-        filter->Release();
+        const HRESULT hr = created->QueryInterface(riid, object);
+        created->Release();
         return hr;
     }
     STDMETHODIMP LockServer(BOOL lock) override {
@@ -42,11 +46,22 @@ public:
     }
 
 private:
-    ~FilterFactory() override = default;
+    ~ClassFactory() override = default;
 };
 
-std::wstring ClsidKeyPath() {
-    return L"CLSID\\" + GuidToString(CLSID_VirtualCameraFilter);
+template <class Object>
+HRESULT GetFactory(REFIID riid, void** object) {
+    auto* factory = new (std::nothrow) ClassFactory<Object>();
+    if (!factory) {
+        return E_OUTOFMEMORY;
+    }
+    const HRESULT hr = factory->QueryInterface(riid, object);
+    factory->Release();
+    return hr;
+}
+
+std::wstring ClsidKeyPath(REFCLSID clsid) {
+    return L"CLSID\\" + GuidToString(clsid);
 }
 
 LSTATUS SetStringValue(HKEY key, const wchar_t* name, const std::wstring& value) {
@@ -84,40 +99,56 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** object) {
         return E_POINTER;
     }
     *object = nullptr;
-    if (!IsEqualCLSID(clsid, CLSID_VirtualCameraFilter)) {
-        return CLASS_E_CLASSNOTAVAILABLE;
+    if (IsEqualCLSID(clsid, CLSID_VirtualCameraFilter)) {
+        return GetFactory<CaptureFilter>(riid, object);
     }
-    auto* factory = new (std::nothrow) FilterFactory();
-    if (!factory) {
-        return E_OUTOFMEMORY;
+    if (IsEqualCLSID(clsid, CLSID_VirtualCameraPicturePage)) {
+        return GetFactory<PicturePage>(riid, object);
     }
-    const HRESULT hr = factory->QueryInterface(riid, object);
-    factory->Release();
-    return hr;
+    return CLASS_E_CLASSNOTAVAILABLE;
 }
 
 STDAPI DllCanUnloadNow() {
     return ModuleCanUnload() ? S_OK : S_FALSE;
 }
 
+namespace {
+
+HRESULT RegisterComClass(REFCLSID clsid, const wchar_t* name, const std::wstring& path) {
+    const std::wstring clsidKey = ClsidKeyPath(clsid);
+    HRESULT hr = WriteKey(clsidKey, nullptr, name);
+    if (SUCCEEDED(hr)) {
+        hr = WriteKey(clsidKey + L"\\InprocServer32", nullptr, path);
+    }
+    // Both classes lock what they share: the graph may call the filter from any thread, and the
+    // property frame creates the page on its dialog thread, which need not have entered COM.
+    if (SUCCEEDED(hr)) {
+        hr = WriteKey(clsidKey + L"\\InprocServer32", L"ThreadingModel", L"Both");
+    }
+    return hr;
+}
+
+bool RemoveComClass(REFCLSID clsid) {
+    const LSTATUS status = RegDeleteTreeW(HKEY_CLASSES_ROOT, ClsidKeyPath(clsid).c_str());
+    return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND;
+}
+
+}  // namespace
+
 STDAPI DllRegisterServer() {
     const std::wstring path = ModuleFilePath(ModuleHandle());
     if (path.empty()) {
         return SELFREG_E_CLASS;
     }
-    const std::wstring clsidKey = ClsidKeyPath();
-    HRESULT hr = WriteKey(clsidKey, nullptr, L"Virtual Camera");
+    HRESULT hr = RegisterComClass(CLSID_VirtualCameraFilter, L"Virtual Camera", path);
     if (SUCCEEDED(hr)) {
-        hr = WriteKey(clsidKey + L"\\InprocServer32", nullptr, path);
-    }
-    // The filter locks its own state, and the graph may call it from any thread.
-    if (SUCCEEDED(hr)) {
-        hr = WriteKey(clsidKey + L"\\InprocServer32", L"ThreadingModel", L"Both");
+        hr = RegisterComClass(CLSID_VirtualCameraPicturePage, L"Virtual Camera Picture Page", path);
     }
     return SUCCEEDED(hr) ? S_OK : SELFREG_E_CLASS;
 }
 
 STDAPI DllUnregisterServer() {
-    const LSTATUS status = RegDeleteTreeW(HKEY_CLASSES_ROOT, ClsidKeyPath().c_str());
-    return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND ? S_OK : SELFREG_E_CLASS;
+    const bool filterRemoved = RemoveComClass(CLSID_VirtualCameraFilter);
+    const bool pageRemoved = RemoveComClass(CLSID_VirtualCameraPicturePage);
+    return filterRemoved && pageRemoved ? S_OK : SELFREG_E_CLASS;
 }

@@ -178,9 +178,14 @@ HRESULT FrameStreamer::FillSample(IMediaSample* sample, JpegEncoder* jpeg) {
     }
     const long capacity = sample->GetSize();
     const uint32_t counter = m_nextCounter;
+    // The settings of this moment, copied under their lock: a change applies from the next frame.
+    const PictureSettings picture =
+        m_session.picture ? m_session.picture->Get() : PictureSettings();
     if (jpeg) {
-        std::vector<BYTE> frame = AddCounterToJpeg(jpeg->PictureFor(counter), counter);
-        if (m_session.stampFillTime) {
+        const std::vector<BYTE>& image = jpeg->PictureFor(counter, picture);
+        std::vector<BYTE> frame = picture.frameCounter ? AddCounterToJpeg(image, counter) : image;
+        // The fill-time segment follows the counter's, so a frame without counter has neither.
+        if (m_session.stampFillTime && picture.frameCounter) {
             frame = AddFillTimeToJpeg(frame, FillTime());
         }
         if (frame.size() > static_cast<size_t>(capacity) || frame.size() < 4) {
@@ -193,7 +198,7 @@ HRESULT FrameStreamer::FillSample(IMediaSample* sample, JpegEncoder* jpeg) {
     const long length = imageSize != 0 && static_cast<long>(imageSize) <= capacity
                             ? static_cast<long>(imageSize)
                             : capacity;
-    PaintFrame(m_session.subtype, m_session.width, m_session.height, counter, data,
+    PaintFrame(m_session.subtype, m_session.width, m_session.height, counter, picture, data,
                static_cast<size_t>(length));
     if (m_session.stampFillTime) {
         WriteFillTime(m_session.subtype, m_session.width, FillTime(), data,

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "tools/VirtualCamera/Config/MediaFormats.h"
+#include "tools/VirtualCamera/Filter/PictureControl.h"
 
 namespace VirtualCamera {
 
@@ -52,6 +53,9 @@ struct StreamSession {
     ModeChange change;
     // Each frame carries the performance counter at which it was filled.
     bool stampFillTime = false;
+    // The filter's picture settings, read for each frame; null paints the default picture. Not
+    // counted: the filter that owns it joins the streaming thread before it goes.
+    const PictureControl* picture = nullptr;
 };
 
 class FrameStreamer {

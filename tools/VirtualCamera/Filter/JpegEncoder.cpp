@@ -38,7 +38,12 @@ HRESULT JpegEncoder::EnsureFactory() {
                             IID_PPV_ARGS(&m_factory));
 }
 
-const std::vector<BYTE>& JpegEncoder::PictureFor(uint32_t frameCounter) {
+const std::vector<BYTE>& JpegEncoder::PictureFor(uint32_t frameCounter,
+                                                 const PictureSettings& picture) {
+    if (picture != m_cachedPicture) {
+        m_cache.clear();
+        m_cachedPicture = picture;
+    }
     const uint32_t phase = frameCounter % kPhases;
     auto found = m_cache.find(phase);
     if (found != m_cache.end()) {
@@ -99,7 +104,7 @@ HRESULT JpegEncoder::Encode(uint32_t phase, std::vector<BYTE>* jpeg) {
     const size_t stride = ((static_cast<size_t>(m_width) * 3 + 3) / 4) * 4;
     std::vector<BYTE> pixels(stride * rows);
     // Each cached phase moves the bars by four steps so the motion stays visible.
-    PaintBgrPicture(m_width, rows, phase * 4, pixels.data(), stride);
+    PaintBgrPicture(m_width, rows, phase * 4, m_cachedPicture, pixels.data(), stride);
     hr = frame->WritePixels(static_cast<UINT>(rows), static_cast<UINT>(stride),
                             static_cast<UINT>(pixels.size()), pixels.data());
     if (FAILED(hr)) {

@@ -10,6 +10,8 @@
 #include <map>
 #include <vector>
 
+#include "tools/VirtualCamera/Config/PictureSettings.h"
+
 namespace VirtualCamera {
 
 class JpegEncoder {
@@ -19,8 +21,9 @@ public:
     JpegEncoder(LONG width, LONG height) : m_width(width), m_height(height) {}
 
     // The JPEG of the picture for this frame (without the counter segment); empty on failure.
-    // Call on a thread where COM is initialized.
-    const std::vector<BYTE>& PictureFor(uint32_t frameCounter);
+    // Call on a thread where COM is initialized. Other settings than last time empty the cache.
+    const std::vector<BYTE>& PictureFor(uint32_t frameCounter,
+                                        const PictureSettings& picture = PictureSettings());
 
 private:
     HRESULT Encode(uint32_t phase, std::vector<BYTE>* jpeg);
@@ -29,6 +32,7 @@ private:
     LONG m_width;
     LONG m_height;
     Microsoft::WRL::ComPtr<IWICImagingFactory> m_factory;
+    PictureSettings m_cachedPicture;
     std::map<uint32_t, std::vector<BYTE>> m_cache;
     std::vector<BYTE> m_empty;
 };
