@@ -11,5 +11,6 @@ IMPLEMENT_DYNAMIC(TinyHandleHBRUSH, TinyObject)
 IMPLEMENT_DYNAMIC(TinyHandleHPALETTE, TinyObject)
 IMPLEMENT_DYNAMIC(TinyHandleHRGN, TinyObject)
 IMPLEMENT_DYNAMIC(TinyHandleHIMAGELIST, TinyObject)
+IMPLEMENT_DYNAMIC(TinyHandleHWND, TinyObject)
 
 }  // namespace TinyFramework

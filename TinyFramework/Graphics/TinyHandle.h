@@ -118,4 +118,11 @@ class TinyHandleHIMAGELIST : public TinyHandle<HIMAGELIST, TinyHandleHIMAGELIST>
     DECLARE_DYNAMIC(TinyHandleHIMAGELIST)
 };
 
+// A window reachable from its handle, as a window procedure that holds only the handle needs.
+// Only the registration lives here; the window's message handling is for the window classes
+// built over it.
+class TinyHandleHWND : public TinyHandle<HWND, TinyHandleHWND> {
+    DECLARE_DYNAMIC(TinyHandleHWND)
+};
+
 }  // namespace TinyFramework

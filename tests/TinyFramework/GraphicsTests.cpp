@@ -204,6 +204,20 @@ TEST(TinyHandleTest, MenuAndImageListWrappersAreFoundByTheirHandles) {
     EXPECT_EQ(TinyHandleHIMAGELIST::Lookup(images), nullptr);
 }
 
+TEST(TinyHandleTest, AWindowWrapperIsFoundByItsHandleUntilDetached) {
+    // The desktop window exists without a display, where no window of our own can be made.
+    HWND desktop = GetDesktopWindow();
+    ASSERT_NE(desktop, nullptr);
+    TinyHandleHWND window;
+    EXPECT_EQ(window.Attach(desktop), TRUE);
+    EXPECT_EQ(TinyHandleHWND::Lookup(desktop), &window);
+    // A window handle is not a context handle: the maps are apart.
+    EXPECT_EQ(TinyHandleHDC::Lookup(reinterpret_cast<HDC>(desktop)), nullptr);
+    EXPECT_EQ(window.Detach(), desktop);
+    EXPECT_EQ(TinyHandleHWND::Lookup(desktop), nullptr);
+    EXPECT_TRUE(IsWindow(desktop));
+}
+
 TEST(TinyHandleTest, ClassRecordsNameTheClassesAndTheirBases) {
     const struct {
         const wchar_t* name;
@@ -218,6 +232,7 @@ TEST(TinyHandleTest, ClassRecordsNameTheClassesAndTheirBases) {
         {L"TinyHandleHPALETTE", &TinyObject::classTinyObject},
         {L"TinyHandleHRGN", &TinyObject::classTinyObject},
         {L"TinyHandleHIMAGELIST", &TinyObject::classTinyObject},
+        {L"TinyHandleHWND", &TinyObject::classTinyObject},
         {L"TinyDC", &TinyHandleHDC::classTinyHandleHDC},
         {L"TinyMemDC", &TinyDC::classTinyDC},
         {L"TinyWindowDC", &TinyDC::classTinyDC},
