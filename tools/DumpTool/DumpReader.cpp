@@ -1,5 +1,6 @@
 #include "tools/DumpTool/DumpReader.h"
 
+#include "TinyFramework/Common/TinyCrashHandler.h"
 #include "TinyFramework/Common/TinyTextConversion.h"
 
 #include <dbghelp.h>
@@ -11,34 +12,6 @@
 namespace DumpTool {
 
 namespace {
-
-// The codes whose names a crash report prints, as the crash filter's table has them.
-struct NamedCode {
-    uint32_t code;
-    const char* name;
-};
-constexpr NamedCode kExceptionNames[] = {
-    {0xC0000005, "EXCEPTION_ACCESS_VIOLATION"},
-    {0x80000002, "EXCEPTION_DATATYPE_MISALIGNMENT"},
-    {0x80000003, "EXCEPTION_BREAKPOINT"},
-    {0x80000004, "EXCEPTION_SINGLE_STEP"},
-    {0xC0000006, "EXCEPTION_IN_PAGE_ERROR"},
-    {0xC000001D, "EXCEPTION_ILLEGAL_INSTRUCTION"},
-    {0xC0000025, "EXCEPTION_NONCONTINUABLE_EXCEPTION"},
-    {0xC0000026, "EXCEPTION_INVALID_DISPOSITION"},
-    {0xC000008C, "EXCEPTION_ARRAY_BOUNDS_EXCEEDED"},
-    {0xC000008D, "EXCEPTION_FLT_DENORMAL_OPERAND"},
-    {0xC000008E, "EXCEPTION_FLT_DIVIDE_BY_ZERO"},
-    {0xC000008F, "EXCEPTION_FLT_INEXACT_RESULT"},
-    {0xC0000090, "EXCEPTION_FLT_INVALID_OPERATION"},
-    {0xC0000091, "EXCEPTION_FLT_OVERFLOW"},
-    {0xC0000092, "EXCEPTION_FLT_STACK_CHECK"},
-    {0xC0000093, "EXCEPTION_FLT_UNDERFLOW"},
-    {0xC0000094, "EXCEPTION_INT_DIVIDE_BY_ZERO"},
-    {0xC0000095, "EXCEPTION_INT_OVERFLOW"},
-    {0xC0000096, "EXCEPTION_PRIV_INSTRUCTION"},
-    {0xC00000FD, "EXCEPTION_STACK_OVERFLOW"},
-};
 
 // "MDMP" as the file's first four bytes read as a little-endian number.
 constexpr ULONG32 kMinidumpSignature = 0x504D444D;
@@ -65,10 +38,11 @@ BOOL CALLBACK ReadDumpMemory(HANDLE process, DWORD64 address, PVOID buffer, DWOR
 }  // namespace
 
 std::string ExceptionName(uint32_t code) {
-    for (const NamedCode& named : kExceptionNames) {
-        if (named.code == code) {
-            return named.name;
-        }
+    // The crash report's own names, so a dump and its log name an exception alike; other codes
+    // print in full eight digits, as a reader of dumps expects them.
+    const std::string name = TinyFramework::ExceptionCodeName(code);
+    if (name.compare(0, 2, "0x") != 0) {
+        return name;
     }
     char text[16];
     snprintf(text, sizeof(text), "0x%08x", code);
