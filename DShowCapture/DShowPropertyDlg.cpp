@@ -114,20 +114,27 @@ bool ShowProperty(const ComPtr<IBaseFilter>& filter, HWND owner) {
         return true;
     }
     TinyFramework::TinyEvent started;
-    started.Create();
+    // Without the start event the message could be posted before the thread has a queue, and
+    // the thread would then wait for it for ever: no dialog is better than a stuck one.
+    if (!started.Create()) {
+        const DWORD error = GetLastError();
+        TINY_LOG_ERROR() << "Failed to CreateEvent(" << error << ")";
+        return true;
+    }
     std::thread dialog(RunDialogThread, started.Handle(), filter, owner,
                        std::ref(g_propertyDialogRegistry));
+    // With MinGW's posix threads the native handle is a pthread_t; the system's handle is
+    // behind it. The thread is detached at once, so that nothing after this point (a structured
+    // exception unwinding through here included) can destroy a joinable thread.
+    const DWORD threadId =
+        GetThreadId(static_cast<HANDLE>(pthread_gethandle(dialog.native_handle())));
+    dialog.detach();
     // Once the event is set, the thread is registered and has its message queue.
     started.Wait();
     started.Close();
-    // With MinGW's posix threads the native handle is a pthread_t; the system's handle is
-    // behind it.
-    const DWORD threadId =
-        GetThreadId(static_cast<HANDLE>(pthread_gethandle(dialog.native_handle())));
     TINY_LOG_INFO() << StringPrintf("[DShowPropertyDlg] ShowProperty ThreadID(%d)",
                                     static_cast<int>(threadId));
     PostThreadMessageW(threadId, kShowPropertyMessage, 0, 0);
-    dialog.detach();
     return true;
 }
 

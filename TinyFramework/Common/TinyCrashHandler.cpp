@@ -50,23 +50,43 @@ const ExceptionName kExceptionNames[] = {
     {0xC00000FD, "EXCEPTION_STACK_OVERFLOW"},
 };
 
-// "Fatal exception <name>\n" and the backtrace of the exception.
-std::string CrashReport(EXCEPTION_POINTERS* pointers) {
-    std::ostringstream report;
-    report << "Fatal exception " << ExceptionCodeName(pointers->ExceptionRecord->ExceptionCode)
-           << "\n";
-    const StackTrace trace(pointers);
-    PrintBacktrace(trace, report);
-    return report.str();
+// The table's name of a code, or null for a code the table lacks.
+const char* TableName(DWORD code) {
+    for (const ExceptionName& entry : kExceptionNames) {
+        if (entry.code == code) {
+            return entry.name;
+        }
+    }
+    return nullptr;
 }
 
-// Opening fails with an empty path, and that only means that no dump was asked for. A second
-// thread crashing at the same time is refused by the sharing mode and writes no dump.
-void WriteDumpIfWanted(EXCEPTION_POINTERS* pointers) {
-    IO::TinyFile file(CreateFileW(g_dumpFilePath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
-    const HANDLE handle = file.Handle();
-    // dbghelp is not loaded here: the backtrace before has done so where it can be.
+// Writes the name straight into the report: the crash path makes no string of its own.
+void PrintExceptionName(std::ostream& out, DWORD code) {
+    const char* name = TableName(code);
+    if (name != nullptr) {
+        out << name;
+    } else {
+        out << "0x" << std::hex << code << std::dec;
+    }
+}
+
+// "Fatal exception <name>\n" and the backtrace of the exception, logged as one ERROR record.
+void LogCrashReport(EXCEPTION_POINTERS* pointers) {
+    // Open for reading as well, so that its buffer can be read into the record.
+    std::stringstream report;
+    report << "Fatal exception ";
+    PrintExceptionName(report, pointers->ExceptionRecord->ExceptionCode);
+    report << "\n";
+    const StackTrace trace(pointers);
+    PrintBacktrace(trace, report);
+    // The report's buffer goes into the record as it is, without another copy of the text.
+    LogMessage(LOG_ERROR).stream() << report.rdbuf();
+}
+
+// dbghelp is not loaded here: the backtrace before has done so where it can be. A handle that
+// did not open (no dump path, or a second thread crashing at the same time, refused by the
+// sharing mode) writes no dump.
+void WriteDumpIfOpen(EXCEPTION_POINTERS* pointers, HANDLE handle) {
     if (handle != nullptr && handle != INVALID_HANDLE_VALUE &&
         GetDbgHelpTable().m_miniDumpWriteDump != nullptr) {
         WriteDump(pointers, handle);
@@ -116,14 +136,9 @@ int SetRuntimeNewMode(int mode) {
 }
 
 std::string ExceptionCodeName(DWORD code) {
-    for (const ExceptionName& entry : kExceptionNames) {
-        if (entry.code == code) {
-            return entry.name;
-        }
-    }
-    char text[16] = {};
-    snprintf(text, sizeof(text), "0x%lx", static_cast<unsigned long>(code));
-    return text;
+    std::ostringstream name;
+    PrintExceptionName(name, code);
+    return name.str();
 }
 
 BOOL InstallCrashFilter(void* /*reserved*/, void (*callback)()) {
@@ -135,8 +150,12 @@ BOOL InstallCrashFilter(void* /*reserved*/, void (*callback)()) {
 LONG WINAPI CrashFilter(EXCEPTION_POINTERS* pointers) {
     LogMemoryReport();
     LogDiskReport();
-    LogMessage(LOG_ERROR).stream() << CrashReport(pointers);
-    WriteDumpIfWanted(pointers);
+    LogCrashReport(pointers);
+    // The dump file stays open through the hook and the previous filter, and closes when the
+    // filter returns. An empty path fails to open, which only means no dump was asked for.
+    IO::TinyFile dumpFile(CreateFileW(g_dumpFilePath.c_str(), GENERIC_WRITE, 0, nullptr,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    WriteDumpIfOpen(pointers, dumpFile.Handle());
     if (g_crashCallback != nullptr) {
         g_crashCallback();
     }

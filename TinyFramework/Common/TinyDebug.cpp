@@ -165,16 +165,19 @@ BOOL EnableBasePriorityPrivilege(BOOL enable) {
 
 BOOL AdjustPrivilege(HANDLE token, LPCWSTR name, BOOL enable) {
     TOKEN_PRIVILEGES privileges = {};
+    // The error is read before the record is made, which may touch it.
     if (!LookupPrivilegeValueW(nullptr, name, &privileges.Privileges[0].Luid)) {
+        const DWORD error = GetLastError();
         TINY_LOG_ERROR() << "Failed to LookupPrivilegeValue"
-                         << "(" << GetLastError() << ")";
+                         << "(" << error << ")";
         return FALSE;
     }
     privileges.PrivilegeCount = 1;
     privileges.Privileges[0].Attributes = enable != 0 ? SE_PRIVILEGE_ENABLED : 0;
     if (!AdjustTokenPrivileges(token, FALSE, &privileges, sizeof(privileges), nullptr, nullptr)) {
+        const DWORD error = GetLastError();
         TINY_LOG_ERROR() << "Failed to AdjustTokenPrivileges"
-                         << "(" << GetLastError() << ")";
+                         << "(" << error << ")";
         return FALSE;
     }
     return TRUE;

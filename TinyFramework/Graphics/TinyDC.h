@@ -73,6 +73,11 @@ public:
     BOOL DeleteDC();
 
 private:
+    // The kind of context is fixed by the class, so the general creation calls are closed:
+    // a context made through them would skip this class's own release on destruction.
+    using TinyDC::CreateCompatibleDC;
+    using TinyDC::CreateDC;
+
     HGDIOBJ m_originalBitmap = nullptr;
 };
 
@@ -89,6 +94,13 @@ public:
     BOOL ReleaseDC();
 
 private:
+    // The kind of context is fixed by the class, so the general creation calls are closed:
+    // a context made through them would skip this class's own release on destruction.
+    using TinyDC::CreateCompatibleDC;
+    using TinyDC::CreateDC;
+    // A window's context is given back, never deleted.
+    using TinyDC::DeleteDC;
+
     HWND m_window = nullptr;
 };
 
@@ -105,6 +117,13 @@ public:
     BOOL ReleaseDC();
 
 private:
+    // The kind of context is fixed by the class, so the general creation calls are closed:
+    // a context made through them would skip this class's own release on destruction.
+    using TinyDC::CreateCompatibleDC;
+    using TinyDC::CreateDC;
+    // A window's context is given back, never deleted.
+    using TinyDC::DeleteDC;
+
     HWND m_window = nullptr;
 };
 

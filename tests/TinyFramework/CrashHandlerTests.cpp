@@ -218,6 +218,39 @@ TEST_F(CrashFilterTest, TheCallbackIsCalledOnce) {
     EXPECT_EQ(s_callbackCalls, 1);
 }
 
+// Another opener of the dump file while the filter runs: the filter holds it without sharing.
+DWORD OpenDumpFileError() {
+    HANDLE file = CreateFileW(g_dumpFilePath.c_str(), GENERIC_READ,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return GetLastError();
+    }
+    CloseHandle(file);
+    return ERROR_SUCCESS;
+}
+
+DWORD g_errorSeenByTheHook = 0;
+DWORD g_errorSeenByThePreviousFilter = 0;
+
+TEST_F(CrashFilterTest, TheDumpFileStaysOpenThroughTheHookAndThePreviousFilter) {
+    const std::wstring path = m_folder.PathOf(L"held.dmp");
+    ASSERT_TRUE(TinyFramework::SetDumpFile(path.c_str()));
+    g_errorSeenByTheHook = 0;
+    g_errorSeenByThePreviousFilter = 0;
+    g_crashCallback = [] { g_errorSeenByTheHook = OpenDumpFileError(); };
+    g_previousFilter = [](EXCEPTION_POINTERS*) -> LONG {
+        g_errorSeenByThePreviousFilter = OpenDumpFileError();
+        return EXCEPTION_CONTINUE_SEARCH;
+    };
+    HandMadeException exception;
+    FilterExceptionInNamedFunction(&exception, EXCEPTION_ACCESS_VIOLATION);
+    EXPECT_EQ(g_errorSeenByTheHook, static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    EXPECT_EQ(g_errorSeenByThePreviousFilter, static_cast<DWORD>(ERROR_SHARING_VIOLATION));
+    // Closed once the filter has returned.
+    EXPECT_EQ(OpenDumpFileError(), static_cast<DWORD>(ERROR_SUCCESS));
+}
+
 TEST_F(CrashFilterTest, InstallingKeepsTheCallbackAndThePreviousFilter) {
     SetUnhandledExceptionFilter(&CrashFilterTest::PreviousFilter);
     EXPECT_EQ(TinyFramework::InstallCrashFilter(nullptr, &CrashFilterTest::CountCallback), 1);
