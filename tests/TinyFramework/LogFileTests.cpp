@@ -7,6 +7,7 @@
 
 #include <regex>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -113,8 +114,33 @@ TEST_F(LogFileTest, ContinueAppendsToWhatTheFileHolds) {
     EXPECT_EQ(ReadWholeFile(path), "earlier\n: later\n");
 }
 
+// The log files named after this process in a folder: "<stamp>-<pid>.log", whatever second
+// the stamp holds.
+std::vector<std::wstring> LogFilesOfThisProcess(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    const std::wstring pattern = folder + L"*-" + std::to_wstring(GetCurrentProcessId()) + L".log";
+    WIN32_FIND_DATAW found = {};
+    HANDLE search = FindFirstFileW(pattern.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
+        return names;
+    }
+    do {
+        names.push_back(found.cFileName);
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return names;
+}
+
+std::wstring TempFolder() {
+    wchar_t path[MAX_PATH] = {};
+    GetTempPathW(MAX_PATH, path);
+    return path;
+}
+
 TEST_F(LogFileTest, ARecordWithNoPathNamedTouchesNoFile) {
-    const std::wstring defaultPath = TinyFramework::GetDefaultLogPath();
+    const std::vector<std::wstring> besideBefore =
+        LogFilesOfThisProcess(TinyFramework::GetProgramDirectory());
+    const std::vector<std::wstring> tempBefore = LogFilesOfThisProcess(TempFolder());
     {
         TestSupport::LogCapture capture(0);
         LogMessage(0).stream() << "nowhere to go";
@@ -122,8 +148,8 @@ TEST_F(LogFileTest, ARecordWithNoPathNamedTouchesNoFile) {
     }
     EXPECT_FALSE(IsLogFileOpen());
     EXPECT_TRUE(g_logFilePath.empty());
-    EXPECT_FALSE(Exists(defaultPath));
-    EXPECT_FALSE(Exists(TinyFramework::GetTempLogPath()));
+    EXPECT_EQ(LogFilesOfThisProcess(TinyFramework::GetProgramDirectory()), besideBefore);
+    EXPECT_EQ(LogFilesOfThisProcess(TempFolder()), tempBefore);
 }
 
 TEST_F(LogFileTest, ARecordThatTheHandlerDeclinesReachesTheFile) {
