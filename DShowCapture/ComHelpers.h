@@ -23,6 +23,11 @@ ComPtr<T> AdoptReference(T* object) {
     return owner;
 }
 
+// An HRESULT as the unsigned number that the "(0x%X)" of a failure record prints.
+inline unsigned HexOf(HRESULT hr) {
+    return static_cast<unsigned>(hr);
+}
+
 // CoCreateInstance that repairs a thread without COM: on CO_E_NOTINITIALIZED it enters the
 // multithreaded apartment (COINIT_DISABLE_OLE1DDE) and tries once more. A failure to enter the
 // apartment is returned as it is.

@@ -1,3 +1,4 @@
+#include "DShowCapture/ComHelpers.h"
 #include "DShowCapture/DShowPropertyDlg.h"
 
 #include <olectl.h>
@@ -20,10 +21,6 @@ using TinyFramework::TinyAutoLock;
 
 // The first message of the range that the dialog thread peeks at only to get a message queue.
 constexpr UINT kQueueProbeMessage = 1024;
-
-unsigned HexOf(HRESULT hr) {
-    return static_cast<unsigned>(hr);
-}
 
 bool IsRegistered(PropertyDialogRegistry& registry, IBaseFilter* filter) {
     TinyAutoLock lock(registry);

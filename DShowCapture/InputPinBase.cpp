@@ -25,7 +25,7 @@ constexpr long long kNanosecondsPerUnit = 100;
 
 void LogFailure(const char* file, int line, const char* call, HRESULT hr) {
     TinyFramework::LogMessage(file, line).stream()
-        << TinyFramework::StringPrintf("Failed to %s(0x%X)", call, static_cast<unsigned>(hr));
+        << TinyFramework::StringPrintf("Failed to %s(0x%X)", call, HexOf(hr));
 }
 
 }  // namespace
@@ -245,9 +245,7 @@ STDMETHODIMP InputPinBase::ReceiveCanBlock() {
 }
 
 HRESULT InputPinBase::CheckStreaming() {
-    FILTER_STATE state = State_Stopped;
-    m_filter->GetState(0, &state);
-    if (state == State_Stopped) {
+    if (IsStopped()) {
         return VFW_E_WRONG_STATE;
     }
     if (m_flushing != 0) {

@@ -60,6 +60,14 @@ HRESULT CopyMediaType(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE* source) {
     return S_OK;
 }
 
+HRESULT CopyMediaTypeForHolder(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE* source) {
+    const HRESULT hr = CopyMediaType(target, source);
+    if (hr != S_OK) {
+        target->pUnk = nullptr;
+    }
+    return hr;
+}
+
 void FreeMediaType(AM_MEDIA_TYPE& mediaType) {
     // The size decides, not the pointer: a record with cbFormat 0 may share another record's
     // block (see CopyMediaType), which is not ours to free.

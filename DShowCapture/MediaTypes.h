@@ -41,6 +41,10 @@ AM_MEDIA_TYPE* CreateMediaType(const AM_MEDIA_TYPE* source);
 // shares the source's pbFormat pointer. E_OUTOFMEMORY leaves the target with cbFormat 0 and an
 // unreferenced copy of pUnk.
 HRESULT CopyMediaType(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE* source);
+// CopyMediaType over a record whose holder frees it later (FreeMediaType): a failed copy takes
+// no reference on the pUnk that came along with the fields, so that pointer is cleared here and
+// the later free cannot release a reference it never had.
+HRESULT CopyMediaTypeForHolder(AM_MEDIA_TYPE* target, const AM_MEDIA_TYPE* source);
 // Frees the format block (only when cbFormat is non-zero) and releases pUnk; the record stays.
 void FreeMediaType(AM_MEDIA_TYPE& mediaType);
 // FreeMediaType, then frees the record itself. Null is ignored.

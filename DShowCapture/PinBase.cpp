@@ -340,12 +340,7 @@ STDMETHODIMP PinBase::NewSegment(REFERENCE_TIME start, REFERENCE_TIME stop, doub
 HRESULT PinBase::SetMediaType(const AM_MEDIA_TYPE* type) {
     // The type of an earlier connection goes first, so that its block is not lost.
     FreeMediaType(m_mediaType);
-    const HRESULT hr = CopyMediaType(&m_mediaType, type);
-    if (hr != S_OK) {
-        // A failed copy took no reference on pUnk: the pin must not release it later.
-        m_mediaType.pUnk = nullptr;
-    }
-    return hr;
+    return CopyMediaTypeForHolder(&m_mediaType, type);
 }
 
 HRESULT PinBase::CheckConnect(IPin* pin) {

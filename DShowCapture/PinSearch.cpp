@@ -249,7 +249,7 @@ bool GetPinMediaTypeRGB32(IPin* pin, ScopedMediaType& mediaType) {
                 // so that the copy does not leak them. A failed copy still counts as found: the
                 // record then has its fields but no format block.
                 FreeMediaType(*mediaType.Get());
-                CopyMediaType(mediaType.Get(), type);
+                CopyMediaTypeForHolder(mediaType.Get(), type);
             } else {
                 mediaType = std::move(candidate);
             }

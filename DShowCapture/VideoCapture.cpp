@@ -1,3 +1,4 @@
+#include "DShowCapture/ComHelpers.h"
 #include "DShowCapture/VideoCapture.h"
 
 #include <dvdmedia.h>
@@ -168,10 +169,6 @@ constexpr unsigned long kFatalEventMask = 0x8000000A;
 bool IsFatalEvent(long code) {
     const unsigned long bit = static_cast<unsigned long>(code);
     return bit < 32 && ((1UL << bit) & kFatalEventMask) != 0;
-}
-
-unsigned HexOf(HRESULT hr) {
-    return static_cast<unsigned>(hr);
 }
 
 // Where the stream's format lands in the current format. The three RGB rows differ from the

@@ -181,6 +181,19 @@ TEST_F(MediaTypes, CopyMediaTypeOutOfMemory) {
     unknown->Release();
 }
 
+TEST_F(MediaTypes, CopyForAHolderOutOfMemoryClearsTheUncountedPointer) {
+    auto* unknown = new FakeCom::CountedUnknown();
+    const AM_MEDIA_TYPE source = MakeSource(unknown);
+    AM_MEDIA_TYPE target = {};
+    Spy().failuresToForce = 1;
+    EXPECT_EQ(CopyMediaTypeForHolder(&target, &source), E_OUTOFMEMORY);
+    EXPECT_EQ(target.pUnk, nullptr);
+    // The holder's later free releases nothing that was never counted.
+    FreeMediaType(target);
+    EXPECT_EQ(unknown->RefCount(), 1u);
+    unknown->Release();
+}
+
 TEST_F(MediaTypes, CreateMediaTypeOfNullIsNull) {
     EXPECT_EQ(CreateMediaType(nullptr), nullptr);
 }

@@ -108,7 +108,6 @@ void DumpReader::Clear() {
     m_threads.clear();
     m_exception = DumpException();
     m_context.reset();
-    m_hasContext = false;
     m_view.reset();
     m_viewSize = 0;
     m_mapping.Reset();
@@ -223,7 +222,6 @@ bool DumpReader::ReadException() {
         m_context.reset(new CONTEXT());
         memcpy(m_context.get(), m_view.get() + context.Rva,
                std::min<size_t>(context.DataSize, sizeof(CONTEXT)));
-        m_hasContext = true;
     }
     return true;
 }
@@ -481,7 +479,7 @@ DumpFrame DumpReader::DescribeFrame(uint64_t address, bool isReturnAddress) {
 
 std::vector<DumpFrame> DumpReader::WalkCrashingStack() {
     std::vector<DumpFrame> frames;
-    if (!m_hasContext) {
+    if (!m_context) {
         return frames;
     }
     if (!m_symbols) {

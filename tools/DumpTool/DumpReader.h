@@ -81,7 +81,7 @@ public:
     const std::vector<DumpThread>& Threads() const { return m_threads; }
     const std::vector<DumpModule>& Modules() const { return m_modules; }
     // Whether the dump holds a thread context for the crash, without which no stack can be walked.
-    bool HasExceptionContext() const { return m_hasContext; }
+    bool HasExceptionContext() const { return m_context != nullptr; }
     const CONTEXT& ExceptionContext() const { return *m_context; }
 
     // Adds a module that the dump does not list, from its file. Some dumps leave every module out
@@ -135,7 +135,6 @@ private:
 
     DumpException m_exception;
     std::unique_ptr<CONTEXT> m_context;
-    bool m_hasContext = false;
     std::vector<DumpThread> m_threads;
     std::vector<DumpModule> m_modules;
     std::vector<MemoryRange> m_memory;
