@@ -19,12 +19,6 @@ constexpr LONGLONG kDelayTolerance = 30;
 
 class VirtualCameraFaultTest : public VirtualCameraTest {
 protected:
-    std::wstring AddDevice(const std::wstring& settings) {
-        const std::wstring name = UniqueName(std::to_wstring(++devices_));
-        AddDevices(L"[device " + name + L"]\n" + settings);
-        return name;
-    }
-    int devices_ = 0;
 };
 
 TEST_F(VirtualCameraFaultTest, CreateFaultMakesBindingFail) {

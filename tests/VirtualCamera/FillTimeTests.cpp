@@ -3,34 +3,19 @@
 
 #include <dshow.h>
 
+#include "FramePictures.h"
 #include "VirtualCameraFixture.h"
 #include "tools/VirtualCamera/Config/FramePattern.h"
-#include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace VirtualCameraTests {
 namespace {
 
 class VirtualCameraFillTimeTest : public VirtualCameraTest {
 protected:
-    std::wstring AddDevice(const std::wstring& settings) {
-        const std::wstring name = UniqueName(std::to_wstring(++devices_));
-        AddDevices(L"[device " + name + L"]\n" + settings);
-        return name;
-    }
-
     static LONGLONG Now() {
         LARGE_INTEGER now = {};
         QueryPerformanceCounter(&now);
         return now.QuadPart;
-    }
-
-    // Runs until `count` frames arrived; `before` is the counter reading before the run.
-    static std::vector<ReceivedFrame> RunFor(CaptureGraph* graph, size_t count, LONGLONG* before) {
-        *before = Now();
-        EXPECT_EQ(graph->control->Run(), S_OK);
-        EXPECT_TRUE(graph->sink->WaitForFrames(count, kStateDeadlineMs));
-        EXPECT_EQ(graph->control->Stop(), S_OK);
-        return graph->sink->Frames();
     }
 
     // The arrival of a frame, which the sink notes in microseconds, in counter ticks, rounded up.
@@ -54,8 +39,6 @@ protected:
             EXPECT_EQ(frames[i].counter, frames[0].counter + i) << i;
         }
     }
-
-    int devices_ = 0;
 };
 
 TEST_F(VirtualCameraFillTimeTest, UncompressedFramesCarryTheirFillTimeBesideTheCounter) {
@@ -63,8 +46,8 @@ TEST_F(VirtualCameraFillTimeTest, UncompressedFramesCarryTheirFillTimeBesideTheC
         AddDevice(L"stamp_fill_time = on\nmode = YUY2 videoinfo 128 16 200000\n");
     CaptureGraph graph;
     BuildGraph(name, &graph);
-    LONGLONG before = 0;
-    ExpectStampsBetweenRunAndArrival(RunFor(&graph, 5, &before), before);
+    const LONGLONG before = Now();
+    ExpectStampsBetweenRunAndArrival(RunFor(&graph, 5), before);
 }
 
 TEST_F(VirtualCameraFillTimeTest, MjpgFramesCarryTheirFillTimeInASegment) {
@@ -72,8 +55,8 @@ TEST_F(VirtualCameraFillTimeTest, MjpgFramesCarryTheirFillTimeInASegment) {
         AddDevice(L"stamp_fill_time = on\nmode = MJPG videoinfo 64 48 200000\n");
     CaptureGraph graph;
     BuildGraph(name, &graph);
-    LONGLONG before = 0;
-    const auto frames = RunFor(&graph, 4, &before);
+    const LONGLONG before = Now();
+    const auto frames = RunFor(&graph, 4);
     ExpectStampsBetweenRunAndArrival(frames, before);
     for (const auto& frame : frames) EXPECT_TRUE(frame.validJpeg);
 }
@@ -82,19 +65,12 @@ TEST_F(VirtualCameraFillTimeTest, WithoutTheSettingMjpgFramesCarryNoStamp) {
     const std::wstring name = AddDevice(L"mode = MJPG videoinfo 64 48 200000\n");
     CaptureGraph graph;
     BuildGraph(name, &graph);
-    LONGLONG before = 0;
-    const auto frames = RunFor(&graph, 3, &before);
+    const auto frames = RunFor(&graph, 3);
     ASSERT_FALSE(frames.empty());
     for (const auto& frame : frames) {
         EXPECT_FALSE(frame.fillTimeDecoded);
         EXPECT_TRUE(frame.counterDecoded);
     }
-}
-
-std::vector<BYTE> PlainFrame(const GUID& subtype, LONG width, LONG height, uint32_t counter) {
-    std::vector<BYTE> frame(VirtualCamera::ImageSize(subtype, width, height));
-    VirtualCamera::PaintFrame(subtype, width, height, counter, frame.data(), frame.size());
-    return frame;
 }
 
 TEST_F(VirtualCameraFillTimeTest, StampChangesNothingButItsOwnPixels) {
@@ -103,12 +79,11 @@ TEST_F(VirtualCameraFillTimeTest, StampChangesNothingButItsOwnPixels) {
     CaptureGraph graph;
     BuildGraph(name, &graph);
     graph.sink->KeepBytes(true);
-    LONGLONG before = 0;
-    const auto frames = RunFor(&graph, 2, &before);
+    const auto frames = RunFor(&graph, 2);
     ASSERT_FALSE(frames.empty());
     for (const auto& frame : frames) {
         ASSERT_TRUE(frame.fillTimeDecoded);
-        std::vector<BYTE> expected = PlainFrame(MEDIASUBTYPE_NV12, 128, 16, frame.counter);
+        std::vector<BYTE> expected = ReferenceFrameBytes(MEDIASUBTYPE_NV12, 128, 16, frame.counter);
         VirtualCamera::WriteFillTime(MEDIASUBTYPE_NV12, 128, frame.fillTime, expected.data(),
                                      expected.size());
         EXPECT_EQ(frame.bytes, expected);
@@ -120,11 +95,10 @@ TEST_F(VirtualCameraFillTimeTest, WithoutTheSettingFramesAreThePlainPicture) {
     CaptureGraph graph;
     BuildGraph(name, &graph);
     graph.sink->KeepBytes(true);
-    LONGLONG before = 0;
-    const auto frames = RunFor(&graph, 2, &before);
+    const auto frames = RunFor(&graph, 2);
     ASSERT_FALSE(frames.empty());
     for (const auto& frame : frames) {
-        EXPECT_EQ(frame.bytes, PlainFrame(MEDIASUBTYPE_NV12, 128, 16, frame.counter));
+        EXPECT_EQ(frame.bytes, ReferenceFrameBytes(MEDIASUBTYPE_NV12, 128, 16, frame.counter));
     }
 }
 

@@ -21,10 +21,8 @@ class VirtualCameraModeChangeTest : public VirtualCameraTest {
 protected:
     // YUY2 64x48 first, then `target` after three frames.
     std::wstring AddChangingDevice(const std::wstring& target) {
-        const std::wstring name = UniqueName(std::to_wstring(++devices_));
-        AddDevices(L"[device " + name + L"]\nchange_after = 3:1\n" +
-                   L"mode = YUY2 videoinfo 64 48 200000\nmode = " + target + L"\n");
-        return name;
+        return AddDevice(L"change_after = 3:1\nmode = YUY2 videoinfo 64 48 200000\nmode = " +
+                         target + L"\n");
     }
 
     // The media type the device hands out for mode `index` of `description`.
@@ -36,16 +34,6 @@ protected:
         EXPECT_EQ(VirtualCamera::BuildMediaType(settings.modes.at(0), type.get()), S_OK);
         return type;
     }
-
-    static std::vector<ReceivedFrame> RunFor(CaptureGraph* graph, size_t frames) {
-        const size_t before = graph->sink->FrameCount();
-        EXPECT_EQ(graph->control->Run(), S_OK);
-        EXPECT_TRUE(graph->sink->WaitForFrames(before + frames, kStateDeadlineMs));
-        EXPECT_EQ(graph->control->Stop(), S_OK);
-        return graph->sink->Frames();
-    }
-
-    int devices_ = 0;
 };
 
 TEST_F(VirtualCameraModeChangeTest, SampleAfterTheFirstThreeCarriesTheNewTypeAndFramesFollowIt) {

@@ -20,12 +20,6 @@ using VirtualCamera::TestPattern;
 
 class VirtualCameraPicture : public VirtualCameraTest {
 protected:
-    std::wstring AddDevice(const std::wstring& mode) {
-        const std::wstring name = UniqueName();
-        AddDevices(L"[device " + name + L"]\n" + mode);
-        return name;
-    }
-
     static ComPtr<IVirtualCameraPicture> PictureOf(IBaseFilter* camera) {
         ComPtr<IVirtualCameraPicture> picture;
         EXPECT_EQ(camera->QueryInterface(VirtualCamera::IID_IVirtualCameraPicture,

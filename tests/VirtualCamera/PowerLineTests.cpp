@@ -18,6 +18,8 @@ constexpr DWORD kPowerLine = KSPROPERTY_VIDEOPROCAMP_POWERLINE_FREQUENCY;
 // 40 bytes, as a capture graph passes it.
 constexpr DWORD kRecordSize = sizeof(KSPROPERTY_VIDEOPROCAMP_S);
 constexpr HRESULT kBufferTooSmall = HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
+// The one mode of every device here.
+const std::wstring kYuy2Mode = L"mode = YUY2 videoinfo 64 48 333333\n";
 
 // The record as a capture graph fills it to select 60 Hz.
 KSPROPERTY_VIDEOPROCAMP_S PowerLineRecord(LONG value, ULONG flags) {
@@ -39,12 +41,6 @@ HRESULT SetPowerLine(IKsPropertySet* properties, LONG value, ULONG flags,
 
 class VirtualCameraPowerLineTest : public VirtualCameraTest {
 protected:
-    std::wstring AddDevice(const std::wstring& settings = std::wstring()) {
-        const std::wstring name = UniqueName(std::to_wstring(++devices_));
-        AddDevices(L"[device " + name + L"]\nmode = YUY2 videoinfo 64 48 333333\n" + settings);
-        return name;
-    }
-
     ComPtr<IKsPropertySet> Properties(const std::wstring& name) {
         filter_ = BindFilterOrFail(name);
         ComPtr<IKsPropertySet> properties;
@@ -65,11 +61,10 @@ protected:
     }
 
     ComPtr<IBaseFilter> filter_;
-    int devices_ = 0;
 };
 
 TEST_F(VirtualCameraPowerLineTest, FilterSupportsGettingAndSettingIt) {
-    ComPtr<IKsPropertySet> properties = Properties(AddDevice());
+    ComPtr<IKsPropertySet> properties = Properties(AddDevice(kYuy2Mode));
     ASSERT_TRUE(properties);
     DWORD support = 0;
     EXPECT_EQ(properties->QuerySupported(PROPSETID_VirtualCameraVideoProcAmp, kPowerLine, &support),
@@ -78,7 +73,7 @@ TEST_F(VirtualCameraPowerLineTest, FilterSupportsGettingAndSettingIt) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, NewFilterRunsAtFiftyHertzAndHasReportedNothing) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     const KSPROPERTY_VIDEOPROCAMP_S answer = Get(properties.Get());
@@ -93,7 +88,7 @@ TEST_F(VirtualCameraPowerLineTest, NewFilterRunsAtFiftyHertzAndHasReportedNothin
 }
 
 TEST_F(VirtualCameraPowerLineTest, SetValueAndFlagsAreAnsweredAndReported) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     ASSERT_EQ(SetPowerLine(properties.Get(), 2, 2), S_OK);
@@ -107,7 +102,7 @@ TEST_F(VirtualCameraPowerLineTest, SetValueAndFlagsAreAnsweredAndReported) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, ReportOutlivesTheFilterUntilTheDeviceIsAddedAgain) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     {
         ComPtr<IKsPropertySet> properties = Properties(name);
         ASSERT_TRUE(properties);
@@ -124,12 +119,12 @@ TEST_F(VirtualCameraPowerLineTest, ReportOutlivesTheFilterUntilTheDeviceIsAddedA
     EXPECT_EQ(Get(again.Get()).Value, 1);
     again.Reset();
     filter_.Reset();
-    AddDevices(L"[device " + name + L"]\nmode = YUY2 videoinfo 64 48 333333\n");
+    AddDevices(L"[device " + name + L"]\n" + kYuy2Mode);
     EXPECT_FALSE(VirtualCamera::ReadPowerLineReport(name, &report));
 }
 
 TEST_F(VirtualCameraPowerLineTest, OtherPropertiesAreRefusedWithTheirExactCodes) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     DWORD support = 0;
@@ -158,7 +153,7 @@ TEST_F(VirtualCameraPowerLineTest, OtherPropertiesAreRefusedWithTheirExactCodes)
 }
 
 TEST_F(VirtualCameraPowerLineTest, UnsupportedFaultRefusesTheProperty) {
-    const std::wstring name = AddDevice(L"fault = powerline_unsupported\n");
+    const std::wstring name = AddDevice(kYuy2Mode + L"fault = powerline_unsupported\n");
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     DWORD support = 0;
@@ -175,7 +170,7 @@ TEST_F(VirtualCameraPowerLineTest, UnsupportedFaultRefusesTheProperty) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, ReadOnlyFaultOffersNoSetAndRefusesIt) {
-    const std::wstring name = AddDevice(L"fault = powerline_read_only\n");
+    const std::wstring name = AddDevice(kYuy2Mode + L"fault = powerline_read_only\n");
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     DWORD support = 0;
@@ -190,7 +185,7 @@ TEST_F(VirtualCameraPowerLineTest, ReadOnlyFaultOffersNoSetAndRefusesIt) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, ShortRecordsAndUnknownValuesAreRefused) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     ComPtr<IKsPropertySet> properties = Properties(name);
     ASSERT_TRUE(properties);
     EXPECT_EQ(SetPowerLine(properties.Get(), 2, 2, kRecordSize - 4), kBufferTooSmall);
@@ -215,7 +210,7 @@ TEST_F(VirtualCameraPowerLineTest, ShortRecordsAndUnknownValuesAreRefused) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, PropertySetCountsOnTheFilter) {
-    ComPtr<IKsPropertySet> properties = Properties(AddDevice());
+    ComPtr<IKsPropertySet> properties = Properties(AddDevice(kYuy2Mode));
     ASSERT_TRUE(properties);
     // Ours through the filter and through the property set.
     EXPECT_EQ(properties->AddRef(), 3u);
@@ -226,7 +221,7 @@ TEST_F(VirtualCameraPowerLineTest, PropertySetCountsOnTheFilter) {
 }
 
 TEST_F(VirtualCameraPowerLineTest, ToolReportsWhatWasSet) {
-    const std::wstring name = AddDevice();
+    const std::wstring name = AddDevice(kYuy2Mode);
     std::string output;
     EXPECT_EQ(RunProgram(L"VirtualCameraTool.exe", L"report " + name, 2 * kStateDeadlineMs,
                          std::string(), &output),

@@ -15,12 +15,6 @@ using VirtualCamera::ImageSize;
 
 class VirtualCameraStreamingTest : public VirtualCameraTest {
 protected:
-    std::wstring AddDevice(const std::wstring& settings) {
-        const std::wstring name = UniqueName(std::to_wstring(++devices_));
-        AddDevices(L"[device " + name + L"]\n" + settings);
-        return name;
-    }
-
     // Counters go up one by one and stream times only forward.
     static void ExpectFramesInOrder(const std::vector<ReceivedFrame>& frames) {
         ASSERT_FALSE(frames.empty());
@@ -42,8 +36,6 @@ protected:
             EXPECT_EQ(frames[i].stop - frames[i].start, frameTime) << i;
         }
     }
-
-    int devices_ = 0;
 };
 
 // A second's worth of frames at 50 frames a second, however long they take to arrive.

@@ -70,6 +70,12 @@ void VirtualCameraTest::AddDevices(const std::wstring& description) {
         << std::string(error.begin(), error.end());
 }
 
+std::wstring VirtualCameraTest::AddDevice(const std::wstring& settings) {
+    const std::wstring name = UniqueName(std::to_wstring(++deviceCount_));
+    AddDevices(L"[device " + name + L"]\n" + settings);
+    return name;
+}
+
 ComPtr<IMoniker> VirtualCameraTest::FindMoniker(const std::wstring& instanceName) {
     ComPtr<ICreateDevEnum> devices;
     if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
@@ -210,6 +216,14 @@ bool VirtualCameraTest::WaitForEvent(IMediaEvent* events, long wanted, DWORD tim
         }
     }
     return false;
+}
+
+std::vector<ReceivedFrame> VirtualCameraTest::RunFor(CaptureGraph* graph, size_t frames) {
+    const size_t before = graph->sink->FrameCount();
+    EXPECT_EQ(graph->control->Run(), S_OK);
+    EXPECT_TRUE(graph->sink->WaitForFrames(before + frames, kStateDeadlineMs));
+    EXPECT_EQ(graph->control->Stop(), S_OK);
+    return graph->sink->Frames();
 }
 
 LONGLONG NowMilliseconds() {

@@ -54,6 +54,8 @@ protected:
     void AddDevices(const std::wstring& description);
     // A per-test instance name, so tests never see each other's devices.
     std::wstring UniqueName(const std::wstring& suffix = L"") const;
+    // Registers one device of `settings` under a per-test name of its own and returns the name.
+    std::wstring AddDevice(const std::wstring& settings);
 
     ComPtr<IMoniker> FindMoniker(const std::wstring& instanceName);
     HRESULT BindFilter(const std::wstring& instanceName, ComPtr<IBaseFilter>* filter);
@@ -69,10 +71,13 @@ protected:
     std::vector<long> DrainEvents(IMediaEvent* events);
     // Waits for one event code; false on timeout.
     bool WaitForEvent(IMediaEvent* events, long code, DWORD timeoutMs, LONG_PTR* param1 = nullptr);
+    // Runs the graph until `frames` more frames arrived, stops it and returns all frames so far.
+    static std::vector<ReceivedFrame> RunFor(CaptureGraph* graph, size_t frames);
 
 private:
     bool comInitialized_ = false;
     std::vector<std::wstring> addedDevices_;
+    int deviceCount_ = 0;
 };
 
 LONGLONG NowMilliseconds();

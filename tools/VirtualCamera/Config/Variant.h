@@ -28,4 +28,10 @@ private:
 // (the device enumerator's bag does not convert a number), or null.
 bool ReadBagString(IPropertyBag* bag, const wchar_t* name, std::wstring* text);
 
+// Reads one VT_I4 value of a property bag. False when the value is absent or not a number.
+bool ReadBagNumber(IPropertyBag* bag, const wchar_t* name, LONG* number);
+
+// Writes one value of a property bag as a VT_I4 number.
+HRESULT WriteBagNumber(IPropertyBag* bag, const wchar_t* name, LONG number);
+
 }  // namespace VirtualCamera

@@ -14,13 +14,6 @@ constexpr LONG kHighestValue = 3;  // Automatic, the last value a device may kno
 
 static_assert(sizeof(KSPROPERTY_VIDEOPROCAMP_S) == 40, "the record a capture graph sets");
 
-HRESULT WriteNumber(IPropertyBag* bag, const wchar_t* name, LONG number) {
-    Variant value;
-    value.get()->vt = VT_I4;
-    value.get()->lVal = number;
-    return bag->Write(name, value.get());
-}
-
 }  // namespace
 
 void PowerLineProperty::Configure(PowerLineFault fault, IPropertyBag* report) {
@@ -113,8 +106,8 @@ void PowerLineProperty::Report() const {
     // The report is the camera's own bookkeeping, not the device's answer: a bag that cannot be
     // written leaves the report out and the property set all the same.
     if (m_report) {
-        WriteNumber(m_report.Get(), kBagPowerLineValue, m_value);
-        WriteNumber(m_report.Get(), kBagPowerLineFlags, static_cast<LONG>(m_flags));
+        WriteBagNumber(m_report.Get(), kBagPowerLineValue, m_value);
+        WriteBagNumber(m_report.Get(), kBagPowerLineFlags, static_cast<LONG>(m_flags));
     }
 }
 

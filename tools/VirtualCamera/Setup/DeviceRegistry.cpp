@@ -21,13 +21,6 @@ HRESULT WriteString(IPropertyBag* bag, const wchar_t* name, const std::wstring& 
     return bag->Write(name, value.get());
 }
 
-HRESULT WriteNumber(IPropertyBag* bag, const wchar_t* name, LONG number) {
-    Variant value;
-    value.get()->vt = VT_I4;
-    value.get()->lVal = number;
-    return bag->Write(name, value.get());
-}
-
 std::wstring DisplayNameOf(IMoniker* moniker) {
     LPOLESTR name = nullptr;
     if (FAILED(moniker->GetDisplayName(nullptr, nullptr, &name)) || !name) {
@@ -58,12 +51,51 @@ std::wstring InstanceKeyPath(const std::wstring& displayName) {
     return L"CLSID\\" + rest.substr(0, slash) + L"\\Instance\\" + rest.substr(slash + 1);
 }
 
+// The monikers of the video input category; null when the category is empty (S_FALSE, no
+// enumerator comes back) or cannot be enumerated.
+ComPtr<IEnumMoniker> VideoInputMonikers() {
+    ComPtr<ICreateDevEnum> devices;
+    if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
+                                IID_PPV_ARGS(&devices)))) {
+        return nullptr;
+    }
+    ComPtr<IEnumMoniker> monikers;
+    if (devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &monikers, 0) != S_OK) {
+        return nullptr;
+    }
+    return monikers;
+}
+
+// The first video input whose instance name matches, ignoring case; null when there is none.
+ComPtr<IMoniker> FindMoniker(const std::wstring& instanceName) {
+    ComPtr<IEnumMoniker> monikers = VideoInputMonikers();
+    if (!monikers) {
+        return nullptr;
+    }
+    ComPtr<IMoniker> moniker;
+    while (monikers->Next(1, moniker.ReleaseAndGetAddressOf(), nullptr) == S_OK) {
+        if (_wcsicmp(InstanceNameOf(DisplayNameOf(moniker.Get())).c_str(), instanceName.c_str()) ==
+            0) {
+            return moniker;
+        }
+    }
+    return nullptr;
+}
+
+ComPtr<IPropertyBag> OpenBag(IMoniker* moniker) {
+    ComPtr<IPropertyBag> bag;
+    if (FAILED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag)))) {
+        return nullptr;
+    }
+    return bag;
+}
+
 HRESULT WriteName(IPropertyBag* bag, const wchar_t* key, const NameValue& name) {
     switch (name.kind) {
         case NameKind::Text:
             return WriteString(bag, key, name.text);
         case NameKind::Number:
-            return WriteNumber(bag, key, name.number);
+            return WriteBagNumber(bag, key, name.number);
         case NameKind::Absent:
             return S_OK;
     }
@@ -170,55 +202,23 @@ HRESULT DeviceRegistry::Unregister(const std::wstring& instanceName) {
 
 bool DeviceRegistry::ReadNumber(const std::wstring& instanceName, const wchar_t* name,
                                 LONG* number) {
-    ComPtr<ICreateDevEnum> devices;
-    if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
-                                IID_PPV_ARGS(&devices)))) {
-        return false;
-    }
-    ComPtr<IEnumMoniker> monikers;
-    if (devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &monikers, 0) != S_OK ||
-        !monikers) {
-        return false;
-    }
-    ComPtr<IMoniker> moniker;
-    while (monikers->Next(1, moniker.ReleaseAndGetAddressOf(), nullptr) == S_OK) {
-        if (_wcsicmp(InstanceNameOf(DisplayNameOf(moniker.Get())).c_str(), instanceName.c_str()) !=
-            0) {
-            continue;
-        }
-        ComPtr<IPropertyBag> bag;
-        Variant value;
-        value.get()->vt = VT_I4;
-        if (FAILED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag))) ||
-            FAILED(bag->Read(name, value.get(), nullptr)) || value->vt != VT_I4) {
-            return false;
-        }
-        *number = value->lVal;
-        return true;
-    }
-    return false;
+    ComPtr<IMoniker> moniker = FindMoniker(instanceName);
+    ComPtr<IPropertyBag> bag = moniker ? OpenBag(moniker.Get()) : nullptr;
+    return bag && ReadBagNumber(bag.Get(), name, number);
 }
 
 std::vector<DeviceRecord> DeviceRegistry::List() {
     std::vector<DeviceRecord> records;
-    ComPtr<ICreateDevEnum> devices;
-    if (FAILED(CoCreateInstance(CLSID_SystemDeviceEnum, nullptr, CLSCTX_INPROC_SERVER,
-                                IID_PPV_ARGS(&devices)))) {
-        return records;
-    }
-    ComPtr<IEnumMoniker> monikers;
-    // S_FALSE: the category is empty and no enumerator comes back.
-    if (devices->CreateClassEnumerator(CLSID_VideoInputDeviceCategory, &monikers, 0) != S_OK ||
-        !monikers) {
+    ComPtr<IEnumMoniker> monikers = VideoInputMonikers();
+    if (!monikers) {
         return records;
     }
     ComPtr<IMoniker> moniker;
     while (monikers->Next(1, &moniker, nullptr) == S_OK) {
-        ComPtr<IPropertyBag> bag;
+        ComPtr<IPropertyBag> bag = OpenBag(moniker.Get());
         std::wstring clsid;
         GUID guid = GUID_NULL;
-        if (SUCCEEDED(moniker->BindToStorage(nullptr, nullptr, IID_PPV_ARGS(&bag))) &&
-            ReadBagString(bag.Get(), L"CLSID", &clsid) && ParseGuid(clsid, &guid) &&
+        if (bag && ReadBagString(bag.Get(), L"CLSID", &clsid) && ParseGuid(clsid, &guid) &&
             IsEqualGUID(guid, CLSID_VirtualCameraFilter)) {
             DeviceRecord record;
             record.displayName = DisplayNameOf(moniker.Get());
