@@ -101,18 +101,6 @@ BOOL FailSymbolStep(const char* call) {
     return FALSE;
 }
 
-// Holds the symbol context's critical section for a scope.
-class SymbolLock {
-public:
-    explicit SymbolLock(SymbolContext& context) : m_context(context) { m_context.Lock(); }
-    ~SymbolLock() { m_context.Unlock(); }
-    SymbolLock(const SymbolLock&) = delete;
-    SymbolLock& operator=(const SymbolLock&) = delete;
-
-private:
-    SymbolContext& m_context;
-};
-
 void PrintUnresolved(const StackTrace& trace, std::ostream& stream) {
     stream << "Error initializing symbols (" << g_symbolInitError
            << ").  Dumping unresolved backtrace:\n";
@@ -200,14 +188,6 @@ BOOL LoadDbgHelp(LPCWSTR libraryName) {
 SymbolContext& SymbolContext::GetInstance() {
     static SymbolContext context;
     return context;
-}
-
-SymbolContext::SymbolContext() {
-    InitializeCriticalSection(&m_section);
-}
-
-SymbolContext::~SymbolContext() {
-    DeleteCriticalSection(&m_section);
 }
 
 int32_t SymbolContext::GetInitError() const {
@@ -306,7 +286,7 @@ void StackTrace::PrintBacktrace(std::ostream& stream) const {
     }
     stream << "Backtrace:\n";
     const DbgHelpTable& table = GetDbgHelpTable();
-    const SymbolLock hold(symbols);
+    const TinyAutoLock hold(symbols.GetLock());
     for (size_t index = 0; index < m_count && stream.good(); ++index) {
         PrintResolvedLine(table, m_trace[index], stream);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TinyFramework/Common/TinyLock.h"
 #include "TinyFramework/Common/TinyProcess.h"
 
 #include <windows.h>
@@ -88,16 +89,16 @@ public:
     SymbolContext(const SymbolContext&) = delete;
     SymbolContext& operator=(const SymbolContext&) = delete;
 
-    void Lock() { EnterCriticalSection(&m_section); }
-    void Unlock() { LeaveCriticalSection(&m_section); }
+    // Held for every look-up: dbghelp is single-threaded.
+    TinyLock& GetLock() { return m_lock; }
     // The error of the last failed step of InitializeSymbols, 0 if none ever failed.
     int32_t GetInitError() const;
 
 private:
-    SymbolContext();
-    ~SymbolContext();
+    SymbolContext() = default;
+    ~SymbolContext() = default;
 
-    CRITICAL_SECTION m_section;
+    TinyLock m_lock;
 };
 
 // The platform's error of the last failed step of InitializeSymbols; 0 at start. A later

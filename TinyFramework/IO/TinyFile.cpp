@@ -38,25 +38,13 @@ int64_t MoveFilePointer(HANDLE handle, int64_t offset, DWORD origin) {
     return (static_cast<int64_t>(high) << 32) | low;
 }
 
-// A file time as a status keeps it: the time, if the platform can put it into the local
-// calendar, else 0.
-TinyTime StatusTime(const FILETIME& fileTime) {
-    FILETIME localFileTime;
-    SYSTEMTIME localTime;
-    if (FileTimeToLocalFileTime(&fileTime, &localFileTime) &&
-        FileTimeToSystemTime(&localFileTime, &localTime)) {
-        return TinyTime(fileTime);
-    }
-    return TinyTime(0);
-}
-
 // The three times of a status, with the last write standing in for a creation or access time
 // that the file system does not keep.
 void SetStatusTimes(const FILETIME& creation, const FILETIME& lastAccess, const FILETIME& lastWrite,
                     TinyFileStatus& status) {
-    status.m_ctime = StatusTime(creation);
-    status.m_mtime = StatusTime(lastWrite);
-    status.m_atime = StatusTime(lastAccess);
+    status.m_ctime = TinyTime(creation);
+    status.m_mtime = TinyTime(lastWrite);
+    status.m_atime = TinyTime(lastAccess);
     if (status.m_ctime.GetTime() == 0) {
         status.m_ctime = status.m_mtime;
     }

@@ -37,14 +37,6 @@ DWORD AccessOfMode(DWORD mode) {
     return (mode & STGM_WRITE) != 0 ? GENERIC_WRITE : GENERIC_READ;
 }
 
-// A Win32 error as an HRESULT; 0 and values that already are HRESULTs stay as they are.
-HRESULT HresultOfError(DWORD error) {
-    if (static_cast<LONG>(error) <= 0) {
-        return static_cast<HRESULT>(error);
-    }
-    return static_cast<HRESULT>((error & 0xFFFF) | 0x80070000u);
-}
-
 }  // namespace
 
 TinyFileStream::TinyFileStream(HANDLE handle) : m_cRef(1), m_handle(handle) {}
@@ -218,7 +210,7 @@ HRESULT CreateStreamOnFile(LPCWSTR fileName, DWORD mode, IStream** out) {
         // The trace is narrow; the name goes into it as UTF-8.
         const std::string name = ToUtf8(fileName != nullptr ? fileName : L"");
         TraceA("CreateSreamOnFile: CreateFileW() failed %s", name.c_str());
-        return HresultOfError(error);
+        return HRESULT_FROM_WIN32(error);
     }
     TinyFileStream* stream = new (std::nothrow) TinyFileStream(handle);
     if (stream == nullptr) {
