@@ -583,14 +583,14 @@ void RunCases(const DShow::VideoDevice& device, const char* path, DShow::VideoPi
 
 // The AVI path needs the decoder stand-ins; a prefix that had none gets none back.
 void RunAviCases(const DShow::VideoDevice& device, double seconds) {
-    const bool installedBefore = TestDecoders::QueryDecoderStatus().Installed();
+    TestDecoders::ScopedDecoderInstall decoders;
     std::wstring error;
-    if (!installedBefore && !TestDecoders::InstallDecoders(&error)) {
+    if (!decoders.Install(&error)) {
         printf("avi     the decoder stand-ins could not be installed: %ls\n", error.c_str());
         return;
     }
     RunCases(device, "avi", DShow::PIXEL_FORMAT_UYVY, MEDIASUBTYPE_UYVY, seconds);
-    if (!installedBefore && !TestDecoders::UninstallDecoders(&error)) {
+    if (!decoders.Restore(&error)) {
         printf("the decoder stand-ins could not be removed: %ls\n", error.c_str());
     }
 }

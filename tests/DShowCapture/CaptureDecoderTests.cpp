@@ -33,15 +33,12 @@ protected:
         // This hides the camera fixture's own suite set-up, which registers the camera server:
         // without it, a prefix where no other suite ran first has no camera to open.
         CaptureTest::SetUpTestSuite();
-        s_installedBefore = TestDecoders::QueryDecoderStatus().Installed();
         std::wstring error;
-        ASSERT_TRUE(TestDecoders::InstallDecoders(&error)) << Narrow(error);
+        ASSERT_TRUE(s_decoders.Install(&error)) << Narrow(error);
     }
     static void TearDownTestSuite() {
-        if (!s_installedBefore) {
-            std::wstring error;
-            EXPECT_TRUE(TestDecoders::UninstallDecoders(&error)) << Narrow(error);
-        }
+        std::wstring error;
+        EXPECT_TRUE(s_decoders.Restore(&error)) << Narrow(error);
     }
     // The graph goes before the apartment does.
     void TearDown() override {
@@ -61,11 +58,11 @@ protected:
         return frames.Frames();
     }
 
-    static bool s_installedBefore;
+    static TestDecoders::ScopedDecoderInstall s_decoders;
     TestableCapture m_capture;
 };
 
-bool CaptureWithDecoders::s_installedBefore = false;
+TestDecoders::ScopedDecoderInstall CaptureWithDecoders::s_decoders;
 
 TEST_F(CaptureWithDecoders, UyvyReachesTheSinkAsRgb32ThroughTheAviDecompressor) {
     const std::vector<Frame> frames =

@@ -320,19 +320,16 @@ class CaptureSweepTest : public CaptureTest {
 protected:
     static void SetUpTestSuite() {
         CaptureTest::SetUpTestSuite();
-        s_decodersInstalledBefore = TestDecoders::QueryDecoderStatus().Installed();
         std::wstring error;
-        ASSERT_TRUE(TestDecoders::InstallDecoders(&error)) << Narrow(error);
+        ASSERT_TRUE(s_decoders.Install(&error)) << Narrow(error);
         if (s_threadBaseline.empty()) {
             s_threadBaseline = WarmUpAndListThreads();
         }
         ASSERT_FALSE(s_threadBaseline.empty());
     }
     static void TearDownTestSuite() {
-        if (!s_decodersInstalledBefore) {
-            std::wstring error;
-            EXPECT_TRUE(TestDecoders::UninstallDecoders(&error)) << Narrow(error);
-        }
+        std::wstring error;
+        EXPECT_TRUE(s_decoders.Restore(&error)) << Narrow(error);
     }
 
     // The graph goes before the apartment does; then every thread a test's graph started must
@@ -416,12 +413,12 @@ protected:
         }
     }
 
-    static bool s_decodersInstalledBefore;
+    static TestDecoders::ScopedDecoderInstall s_decoders;
     static std::vector<DWORD> s_threadBaseline;
     TestableCapture m_capture;
 };
 
-bool CaptureSweepTest::s_decodersInstalledBefore = false;
+TestDecoders::ScopedDecoderInstall CaptureSweepTest::s_decoders;
 std::vector<DWORD> CaptureSweepTest::s_threadBaseline;
 
 std::vector<DWORD> CaptureSweepTest::WarmUpAndListThreads() {

@@ -11,6 +11,7 @@
 
 #include <vector>
 
+#include "DecoderFixture.h"
 #include "tools/TestDecoders/Codec/CodecFormats.h"
 #include "tools/TestDecoders/Codec/FrameDecoder.h"
 #include "tools/TestDecoders/Codec/YuvToRgb.h"
@@ -43,17 +44,6 @@ Bytes Concat(std::initializer_list<Bytes> parts) {
     return all;
 }
 
-BITMAPINFOHEADER Header(DWORD compression, WORD bitCount, LONG width, LONG height) {
-    BITMAPINFOHEADER header = {};
-    header.biSize = sizeof(header);
-    header.biWidth = width;
-    header.biHeight = height;
-    header.biPlanes = 1;
-    header.biBitCount = bitCount;
-    header.biCompression = compression;
-    return header;
-}
-
 // Decodes `source` into RGB of `bitCount` bits and `height` rows (negative: top-down).
 Bytes Decode(DWORD compression, WORD sourceBits, LONG width, LONG rows, const Bytes& source,
              WORD bitCount = 32, LONG height = 0) {
@@ -65,14 +55,6 @@ Bytes Decode(DWORD compression, WORD sourceBits, LONG width, LONG rows, const By
     EXPECT_EQ(DecodeFrame(input, source.data(), output, target.data(), &scratch), ICERR_OK);
     return target;
 }
-
-constexpr DWORD kYuy2 = MAKEFOURCC('Y', 'U', 'Y', '2');
-constexpr DWORD kUyvy = MAKEFOURCC('U', 'Y', 'V', 'Y');
-constexpr DWORD kI420 = MAKEFOURCC('I', '4', '2', '0');
-constexpr DWORD kIyuv = MAKEFOURCC('I', 'Y', 'U', 'V');
-constexpr DWORD kYv12 = MAKEFOURCC('Y', 'V', '1', '2');
-constexpr DWORD kNv12 = MAKEFOURCC('N', 'V', '1', '2');
-constexpr DWORD kMjpg = MAKEFOURCC('M', 'J', 'P', 'G');
 
 void ExpectPixel(RgbPixel pixel, BYTE red, BYTE green, BYTE blue) {
     EXPECT_EQ(pixel.red, red);

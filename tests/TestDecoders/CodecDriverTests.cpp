@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "DecoderFixture.h"
-#include "PictureCheck.h"
+#include "tests/VirtualCamera/FramePictures.h"
 #include "tools/TestDecoders/Codec/CodecFormats.h"
 #include "tools/VirtualCamera/Config/FramePattern.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
@@ -20,9 +20,10 @@
 namespace DecoderTests {
 namespace {
 
-constexpr DWORD kYuy2 = MAKEFOURCC('Y', 'U', 'Y', '2');
-constexpr DWORD kI420 = MAKEFOURCC('I', '4', '2', '0');
-constexpr DWORD kMjpg = MAKEFOURCC('M', 'J', 'P', 'G');
+using VirtualCameraTests::PictureDifference;
+using VirtualCameraTests::PictureOfRgb32;
+using VirtualCameraTests::ReferencePicture;
+using VirtualCameraTests::RgbPicture;
 
 // One opened codec, closed at the end of the scope.
 class OpenCodec {
@@ -39,17 +40,6 @@ private:
     HIC m_codec;
 };
 
-BITMAPINFOHEADER Header(DWORD compression, WORD bitCount, LONG width, LONG height) {
-    BITMAPINFOHEADER header = {};
-    header.biSize = sizeof(header);
-    header.biWidth = width;
-    header.biHeight = height;
-    header.biPlanes = 1;
-    header.biBitCount = bitCount;
-    header.biCompression = compression;
-    return header;
-}
-
 BITMAPINFOHEADER Yuy2Input() {
     BITMAPINFOHEADER header = Header(kYuy2, 16, 64, 48);
     header.biSizeImage = 64 * 48 * 2;
@@ -58,16 +48,6 @@ BITMAPINFOHEADER Yuy2Input() {
 
 BITMAPINFOHEADER Rgb32Output() {
     return Header(BI_RGB, 32, 64, 48);
-}
-
-// The open count the codec keeps, while the system has it loaded; -1 once it is unloaded.
-LONG CodecInstancesOpen() {
-    HMODULE codec = GetModuleHandleW(L"TestCodec.dll");
-    if (!codec) return -1;
-    using Count = LONG(WINAPI*)();
-    const auto count = reinterpret_cast<Count>(
-        reinterpret_cast<void*>(GetProcAddress(codec, "TestCodecOpenInstances")));
-    return count ? count() : -2;
 }
 
 class CodecDriverTest : public DecoderTest {
@@ -98,12 +78,8 @@ TEST_F(CodecDriverTest, ReportsItsNameTypeAndInterfaceVersion) {
 
 TEST_F(CodecDriverTest, IsFoundByTheSystemsCodecSearchForEveryFormat) {
     const std::vector<BITMAPINFOHEADER> inputs = {
-        Header(kYuy2, 16, 64, 48),
-        Header(MAKEFOURCC('U', 'Y', 'V', 'Y'), 16, 64, 48),
-        Header(kI420, 12, 64, 48),
-        Header(MAKEFOURCC('I', 'Y', 'U', 'V'), 12, 64, 48),
-        Header(MAKEFOURCC('Y', 'V', '1', '2'), 12, 64, 48),
-        Header(MAKEFOURCC('N', 'V', '1', '2'), 12, 64, 48),
+        Header(kYuy2, 16, 64, 48), Header(kUyvy, 16, 64, 48), Header(kI420, 12, 64, 48),
+        Header(kIyuv, 12, 64, 48), Header(kYv12, 12, 64, 48), Header(kNv12, 12, 64, 48),
         Header(kMjpg, 24, 64, 48),
     };
     BITMAPINFOHEADER output = Rgb32Output();
@@ -293,10 +269,10 @@ TEST_F(CodecDriverTest, DecompressesACameraFrameToItsReferencePicture) {
     ASSERT_EQ(ICDecompress(codec.get(), 0, &input, source.data(), &output, target.data()),
               ICERR_OK);
     EXPECT_EQ(ICDecompressEnd(codec.get()), ICERR_OK);
-    const Picture picture = PictureOfRgb32(target, 64, 48);
+    const RgbPicture picture = PictureOfRgb32(target.data(), target.size(), 64, 48);
     EXPECT_EQ(CounterOfPicture(picture), counter);
-    const Difference difference =
-        ComparePictures(picture, ExpectedYuvPicture(MEDIASUBTYPE_YUY2, 64, 48, counter));
+    const PictureDifference difference =
+        ComparePictures(picture, ReferencePicture(MEDIASUBTYPE_YUY2, 64, 48, counter));
     EXPECT_LE(difference.largest, 2) << difference.where;
 }
 
@@ -316,7 +292,7 @@ TEST_F(CodecDriverTest, EveryOpenIsClosedAgain) {
     }
     // All closed: the system may unload the driver as well.
     const LONG open = CodecInstancesOpen();
-    EXPECT_TRUE(open == 0 || open == -1) << open;
+    EXPECT_TRUE(open == 0 || open == kCodecNotLoaded) << open;
 }
 
 }  // namespace

@@ -11,11 +11,16 @@
 
 #include "DecoderFixture.h"
 #include "GrabberSink.h"
-#include "PictureCheck.h"
+#include "tests/VirtualCamera/FramePictures.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace DecoderTests {
 namespace {
+
+using VirtualCameraTests::PictureDifference;
+using VirtualCameraTests::PictureOfRgb32;
+using VirtualCameraTests::ReferencePicture;
+using VirtualCameraTests::RgbPicture;
 
 constexpr LONG kWidth = 96;
 constexpr LONG kRows = 64;
@@ -25,19 +30,14 @@ constexpr size_t kFramesToCheck = 4;
 HRESULT ModuleCanUnload(const wchar_t* module) {
     HMODULE handle = GetModuleHandleW(module);
     if (!handle) return S_OK;
-    using CanUnload = HRESULT(STDAPICALLTYPE*)();
-    const auto canUnload = reinterpret_cast<CanUnload>(
-        reinterpret_cast<void*>(GetProcAddress(handle, "DllCanUnloadNow")));
+    const DllCanUnloadNowFunction canUnload = DllCanUnloadNowOf(handle);
     return canUnload ? canUnload() : E_NOINTERFACE;
 }
 
-LONG CodecInstancesOpen() {
-    HMODULE codec = GetModuleHandleW(L"TestCodec.dll");
-    if (!codec) return 0;
-    using Count = LONG(WINAPI*)();
-    const auto count = reinterpret_cast<Count>(
-        reinterpret_cast<void*>(GetProcAddress(codec, "TestCodecOpenInstances")));
-    return count ? count() : -1;
+// The codec instances still open; none when the system has unloaded the codec.
+LONG CodecInstancesLeftOpen() {
+    const LONG open = CodecInstancesOpen();
+    return open == kCodecNotLoaded ? 0 : open;
 }
 
 class DecodingGraphTest : public DecoderTest, public ::testing::WithParamInterface<const wchar_t*> {
@@ -91,14 +91,15 @@ protected:
         uint32_t previous = 0;
         for (size_t i = 0; i < frames.size(); ++i) {
             ASSERT_EQ(frames[i].bytes.size(), static_cast<size_t>(kWidth * kRows * 4)) << i;
-            const Picture picture = PictureOfRgb32(frames[i].bytes, kWidth, header->biHeight);
+            const RgbPicture picture = PictureOfRgb32(
+                frames[i].bytes.data(), frames[i].bytes.size(), kWidth, header->biHeight);
             const uint32_t counter = CounterOfPicture(picture);
             if (i > 0) {
                 EXPECT_EQ(counter, previous + 1) << i;
             }
             previous = counter;
-            const Difference difference =
-                ComparePictures(picture, ExpectedYuvPicture(m_subtype, kWidth, kRows, counter));
+            const PictureDifference difference =
+                ComparePictures(picture, ReferencePicture(m_subtype, kWidth, kRows, counter));
             EXPECT_LE(difference.largest, 2) << "frame " << i << " " << difference.where;
         }
     }
@@ -109,7 +110,7 @@ protected:
         EXPECT_EQ(ReferenceCount(m_camera.Get()), 1u);
         m_camera.Reset();
         EXPECT_EQ(ModuleCanUnload(L"VirtualCamera.dll"), S_OK);
-        EXPECT_EQ(CodecInstancesOpen(), 0);
+        EXPECT_EQ(CodecInstancesLeftOpen(), 0);
         EXPECT_EQ(ReferenceCount(m_grabber.Callback()), 2u);  // Ours and the grabber's.
     }
 
@@ -131,23 +132,8 @@ TEST_P(DecodingGraphTest, AviDecompressorConnectedByHandDecodesTheCamerasPicture
     // The way the capture library inserts it: the capture pin to the decoder with the camera's
     // own type, then the decoder to the sink with whatever type the two agree on.
     ComPtr<IBaseFilter> decoder;
-    ASSERT_EQ(CoCreateInstance(CLSID_AVIDec, nullptr, CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER,
-                               IID_PPV_ARGS(&decoder)),
-              S_OK);
-    ASSERT_EQ(m_graph->AddFilter(decoder.Get(), nullptr), S_OK);
-    AM_MEDIA_TYPE* cameraType = nullptr;
-    {
-        ComPtr<IAMStreamConfig> config;
-        ASSERT_EQ(m_capturePin.As(&config), S_OK);
-        ASSERT_EQ(config->GetFormat(&cameraType), S_OK);
-    }
-    const HRESULT connected = m_graph->ConnectDirect(
-        m_capturePin.Get(), PinOf(decoder.Get(), PINDIR_INPUT).Get(), cameraType);
-    VirtualCamera::DeleteMediaType(cameraType);
-    ASSERT_EQ(connected, S_OK);
-    ASSERT_EQ(m_graph->ConnectDirect(PinOf(decoder.Get(), PINDIR_OUTPUT).Get(),
-                                     m_grabber.InputPin().Get(), nullptr),
-              S_OK);
+    ASSERT_NO_FATAL_FAILURE(ConnectThroughDecoderOrFail(
+        m_graph.Get(), m_capturePin.Get(), CLSID_AVIDec, m_grabber.InputPin().Get(), &decoder));
     RunAndCheckFrames();
     decoder.Reset();
     ExpectNothingLeft();

@@ -4,6 +4,8 @@
 
 #include <chrono>
 
+#include "DecoderFixture.h"
+
 namespace DecoderTests {
 
 STDMETHODIMP GrabberCallback::QueryInterface(REFIID riid, void** object) {
@@ -73,14 +75,7 @@ HRESULT GrabberSink::Create(IGraphBuilder* graph) {
 }
 
 ComPtr<IPin> GrabberSink::InputPin() const {
-    ComPtr<IEnumPins> pins;
-    ComPtr<IPin> pin;
-    if (FAILED(m_filter->EnumPins(&pins))) return nullptr;
-    while (pins->Next(1, pin.ReleaseAndGetAddressOf(), nullptr) == S_OK) {
-        PIN_DIRECTION direction = PINDIR_OUTPUT;
-        if (SUCCEEDED(pin->QueryDirection(&direction)) && direction == PINDIR_INPUT) return pin;
-    }
-    return nullptr;
+    return PinOf(m_filter.Get(), PINDIR_INPUT);
 }
 
 VirtualCamera::MediaType GrabberSink::ConnectedType() const {

@@ -12,12 +12,18 @@
 
 #include "DecoderFixture.h"
 #include "GrabberSink.h"
-#include "PictureCheck.h"
+#include "tests/VirtualCamera/FramePictures.h"
 #include "tools/TestDecoders/TestDecodersSetup.h"
 #include "tools/VirtualCamera/Config/MediaFormats.h"
 
 namespace DecoderTests {
 namespace {
+
+using VirtualCameraTests::JpegPictureCount;
+using VirtualCameraTests::PictureDifference;
+using VirtualCameraTests::PictureOfRgb32;
+using VirtualCameraTests::ReferencePicture;
+using VirtualCameraTests::RgbPicture;
 
 constexpr LONG kWidth = 320;
 constexpr LONG kRows = 240;
@@ -64,9 +70,7 @@ TEST_F(MjpegDecoderTest, ClassObjectKeepsTheServerLoadedOnlyWhileItLives) {
         S_OK);
     HMODULE server = GetModuleHandleW(L"TestMjpegDecoder.dll");
     ASSERT_NE(server, nullptr);
-    using CanUnload = HRESULT(STDAPICALLTYPE*)();
-    const auto canUnload = reinterpret_cast<CanUnload>(
-        reinterpret_cast<void*>(GetProcAddress(server, "DllCanUnloadNow")));
+    const DllCanUnloadNowFunction canUnload = DllCanUnloadNowOf(server);
     ASSERT_NE(canUnload, nullptr);
     EXPECT_EQ(canUnload(), S_FALSE);
     EXPECT_EQ(factory->LockServer(TRUE), S_OK);
@@ -102,12 +106,12 @@ TEST_F(MjpegDecoderTest, ClassObjectRefusesOtherClassesAndAggregationForAnInterf
 class MjpegDecodingTest : public DecoderTest {};
 
 // The phase of the camera's picture a decoded frame shows: the one it differs least from.
-int ClosestPhase(const Picture& picture, double* meanDifference) {
+int ClosestPhase(const RgbPicture& picture, double* meanDifference) {
     int closest = -1;
     *meanDifference = std::numeric_limits<double>::max();
-    for (uint32_t phase = 0; phase < 16; ++phase) {
-        const Difference difference =
-            ComparePictures(picture, ExpectedJpegPicture(kWidth, kRows, phase));
+    for (uint32_t phase = 0; phase < JpegPictureCount(); ++phase) {
+        const PictureDifference difference =
+            ComparePictures(picture, ReferencePicture(MEDIASUBTYPE_MJPG, kWidth, kRows, phase));
         if (difference.mean < *meanDifference) {
             *meanDifference = difference.mean;
             closest = static_cast<int>(phase);
@@ -128,24 +132,10 @@ TEST_F(MjpegDecodingTest, CameraMjpgThroughTheDecoderReachesTheGrabberAsThePatte
     ASSERT_EQ(graph->AddFilter(camera.Get(), L"Camera"), S_OK);
     GrabberSink grabber;
     ASSERT_EQ(grabber.Create(graph.Get()), S_OK);
-    ComPtr<IBaseFilter> decoder;
-    ASSERT_EQ(CoCreateInstance(CLSID_MjpegDec, nullptr, kDecoderContext, IID_PPV_ARGS(&decoder)),
-              S_OK);
-    ASSERT_EQ(graph->AddFilter(decoder.Get(), nullptr), S_OK);
     ComPtr<IPin> capturePin = PinOf(camera.Get(), PINDIR_OUTPUT);
-    AM_MEDIA_TYPE* cameraType = nullptr;
-    {
-        ComPtr<IAMStreamConfig> config;
-        ASSERT_EQ(capturePin.As(&config), S_OK);
-        ASSERT_EQ(config->GetFormat(&cameraType), S_OK);
-    }
-    const HRESULT connected = graph->ConnectDirect(
-        capturePin.Get(), PinOf(decoder.Get(), PINDIR_INPUT).Get(), cameraType);
-    VirtualCamera::DeleteMediaType(cameraType);
-    ASSERT_EQ(connected, S_OK);
-    ASSERT_EQ(graph->ConnectDirect(PinOf(decoder.Get(), PINDIR_OUTPUT).Get(),
-                                   grabber.InputPin().Get(), nullptr),
-              S_OK);
+    ComPtr<IBaseFilter> decoder;
+    ASSERT_NO_FATAL_FAILURE(ConnectThroughDecoderOrFail(
+        graph.Get(), capturePin.Get(), CLSID_MjpegDec, grabber.InputPin().Get(), &decoder));
     const VirtualCamera::MediaType type = grabber.ConnectedType();
     EXPECT_TRUE(IsEqualGUID(type->subtype, MEDIASUBTYPE_RGB32));
     const BITMAPINFOHEADER* header = VirtualCamera::BitmapHeaderOf(*type);
@@ -165,16 +155,20 @@ TEST_F(MjpegDecodingTest, CameraMjpgThroughTheDecoderReachesTheGrabberAsThePatte
     int previousPhase = -1;
     for (size_t i = 0; i < frames.size(); ++i) {
         ASSERT_EQ(frames[i].bytes.size(), static_cast<size_t>(kWidth * kRows * 4)) << i;
-        const Picture picture = PictureOfRgb32(frames[i].bytes, kWidth, header->biHeight);
+        const RgbPicture picture = PictureOfRgb32(frames[i].bytes.data(), frames[i].bytes.size(),
+                                                  kWidth, header->biHeight);
         double mean = 0.0;
         const int phase = ClosestPhase(picture, &mean);
         // The decoded picture is the camera's, within what JPEG loses (the next phase of the
         // pattern differs by some 18 on average).
         EXPECT_LE(mean, 3.0) << i;
-        EXPECT_LE(ComparePictures(picture, ExpectedJpegPicture(kWidth, kRows, phase)).largest, 16)
+        EXPECT_LE(
+            ComparePictures(picture, ReferencePicture(MEDIASUBTYPE_MJPG, kWidth, kRows, phase))
+                .largest,
+            16)
             << i;
         if (previousPhase >= 0) {
-            EXPECT_EQ(phase, (previousPhase + 1) % 16) << i;
+            EXPECT_EQ(phase, (previousPhase + 1) % static_cast<int>(JpegPictureCount())) << i;
         }
         previousPhase = phase;
     }

@@ -49,4 +49,23 @@ DecoderStatus QueryDecoderStatus();
 // "state: installed", "state: not installed" or "state: partly installed".
 std::wstring DescribeStatus(const DecoderStatus& status);
 
+// Installs the stand-ins for a while (a test suite, a benchmark's run) and then leaves the prefix
+// as it found it: Restore, or else the destructor, removes them again only when Install found
+// them not (or only partly) installed, so that other programs sharing the prefix see no change.
+// A failed Install still leaves Restore to remove whatever it put in place.
+class ScopedDecoderInstall {
+public:
+    ScopedDecoderInstall() = default;
+    ~ScopedDecoderInstall();
+    ScopedDecoderInstall(const ScopedDecoderInstall&) = delete;
+    ScopedDecoderInstall& operator=(const ScopedDecoderInstall&) = delete;
+
+    bool Install(std::wstring* error);
+    // True when there was nothing to remove; a second call does nothing.
+    bool Restore(std::wstring* error);
+
+private:
+    bool m_uninstallOnRestore = false;
+};
+
 }  // namespace TestDecoders
