@@ -16,15 +16,18 @@
 
 #include "DShowCapture/VideoCapture.h"
 #include "VirtualCameraFixture.h"
+#include "tests/support/ComCount.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestDeadlines.h"
 
 namespace CaptureTests {
 
 using DShow::ComPtr;
+using TestSupport::CountOf;
 
 // How long a test waits for frames or an event. Only a hang reaches it, also on a machine many
 // times slower than usual or fully loaded.
-constexpr DWORD kStateDeadlineMs = 60000;
+constexpr DWORD kStateDeadlineMs = TestSupport::kGenerousDeadlineMs;
 
 // VideoCapture with its seams open, and a count of the frames the sink handed it (before the
 // callback test), so a test can see frames flow with no callback set.
@@ -97,13 +100,6 @@ private:
     int m_cameras = 0;
     std::wstring m_lastName;
 };
-
-// The count of a COM object, read through its own AddRef and Release.
-template <class T>
-ULONG CountOf(T* object) {
-    object->AddRef();
-    return object->Release();
-}
 
 // A graph control whose every answer the test sets. Wine's graph answers S_OK to Run even when
 // a filter refuses to run, and never fails Stop, Pause or GetState: these answers need a stand-in.

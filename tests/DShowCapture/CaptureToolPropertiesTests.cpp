@@ -10,6 +10,8 @@
 
 #include "CaptureTestSupport.h"
 #include "DisplaySupport.h"
+#include "tests/support/ProgramFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace CaptureTests;
 
@@ -83,29 +85,6 @@ BOOL CALLBACK MatchVisibleWindowOfProcess(HWND window, LPARAM search) {
     return TRUE;
 }
 
-std::wstring ProgramFolder() {
-    wchar_t program[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    const std::wstring path = program;
-    return path.substr(0, path.find_last_of(L"\\/") + 1);
-}
-
-std::string ReadText(const std::wstring& path) {
-    std::string text;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        return text;
-    }
-    char buffer[4096];
-    DWORD read = 0;
-    while (ReadFile(file, buffer, sizeof(buffer), &read, nullptr) && read > 0) {
-        text.append(buffer, read);
-    }
-    CloseHandle(file);
-    return text;
-}
-
 using CaptureToolProperties = CaptureTest;
 
 TEST_F(CaptureToolProperties, CapturesUntilThePersonClosesTheFrameThenSumsUp) {
@@ -115,9 +94,9 @@ TEST_F(CaptureToolProperties, CapturesUntilThePersonClosesTheFrameThenSumsUp) {
     GetTempPathW(MAX_PATH, temporary);
     const std::wstring output =
         std::wstring(temporary) + L"captool-properties-" + std::to_wstring(GetCurrentProcessId());
-    ToolProcess tool(
-        L"\"" + ProgramFolder() + L"CaptureTool.exe\" \"" + device.GetId() + L"\" --properties",
-        output);
+    ToolProcess tool(L"\"" + TestSupport::ProgramBesideThisOne(L"CaptureTool.exe") + L"\" \"" +
+                         device.GetId() + L"\" --properties",
+                     output);
     ASSERT_TRUE(tool.Started());
 
     WindowSearch search = {tool.Id(), nullptr};
@@ -132,7 +111,7 @@ TEST_F(CaptureToolProperties, CapturesUntilThePersonClosesTheFrameThenSumsUp) {
     DWORD exitCode = 99;
     ASSERT_TRUE(tool.WaitForExit(&exitCode));
     EXPECT_EQ(exitCode, 0u);
-    const std::string text = ReadText(output);
+    const std::string text = TestSupport::ReadWholeFile(output);
     DeleteFileW(output.c_str());
     EXPECT_NE(text.find("requested: YUY2 160x120 at 30.000 fps"), std::string::npos) << text;
     EXPECT_NE(text.find("device lost: no"), std::string::npos) << text;

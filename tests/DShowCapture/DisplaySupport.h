@@ -10,11 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/TestDeadlines.h"
+
 namespace DisplayTests {
 
 // How long a test waits for a window, a thread's end or a frame. Only a hang reaches it, also on
 // a machine many times slower than usual or fully loaded.
-constexpr DWORD kStateDeadlineMs = 60000;
+constexpr DWORD kStateDeadlineMs = TestSupport::kGenerousDeadlineMs;
 
 // Whether this process can create windows at all (it has a display).
 bool HasDisplay();

@@ -43,12 +43,7 @@ protected:
     }
 
     // A sample that the platform cannot produce, owned by the test.
-    ComPtr<ScriptedSample> Scripted() {
-        ComPtr<ScriptedSample> sample;
-        sample.Attach(new ScriptedSample());
-        sample->Release();  // MinGW's Attach took a reference of its own
-        return sample;
-    }
+    ComPtr<ScriptedSample> Scripted() { return AdoptReference(new ScriptedSample()); }
 
     std::vector<ObservedCall> Frames() {
         std::vector<ObservedCall> frames;

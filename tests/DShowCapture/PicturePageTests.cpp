@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "DisplaySupport.h"
+#include "DShowCapture/ComHelpers.h"
 #include "VirtualCameraFixture.h"
+#include "tests/support/ComCount.h"
 #include "tools/VirtualCamera/Config/PictureSettings.h"
 
 using namespace VirtualCamera;
@@ -25,15 +27,11 @@ using VirtualCameraTests::ReceivedFrame;
 
 namespace {
 
+using TestSupport::CountOf;
+
 constexpr LONG kWidth = 160;
 constexpr LONG kHeight = 120;
 const wchar_t kMode[] = L"mode = YUY2 videoinfo 160 120 333333\n";
-
-template <class T>
-ULONG CountOf(T* object) {
-    object->AddRef();
-    return object->Release();
-}
 
 // The luma bytes of a YUY2 frame.
 std::vector<BYTE> LumaOf(const ReceivedFrame& frame) {
@@ -131,9 +129,8 @@ TEST_F(CameraPicturePage, TheRegisteredClassMakesAPageThatDescribesItself) {
 TEST_F(CameraPicturePage, AnObjectThatIsNoCameraIsRefused) {
     ComPtr<IPropertyPage> page = CreatePage();
     ASSERT_TRUE(page);
-    ComPtr<VirtualCameraTests::FrameSink> sink;
-    sink.Attach(new VirtualCameraTests::FrameSink());
-    sink->Release();  // MinGW's Attach adds a reference of its own
+    ComPtr<VirtualCameraTests::FrameSink> sink =
+        DShow::AdoptReference(new VirtualCameraTests::FrameSink());
     IUnknown* objects[] = {static_cast<IBaseFilter*>(sink.Get())};
     EXPECT_EQ(page->SetObjects(1, objects), E_NOINTERFACE);
     EXPECT_EQ(page->Apply(), E_UNEXPECTED);

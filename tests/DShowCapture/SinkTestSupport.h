@@ -22,14 +22,17 @@
 #include "DShowCapture/PinBase.h"
 #include "DShowCapture/VideoSinkFilter.h"
 #include "TinyFramework/Common/TinyRefCount.h"
+#include "tests/support/ComCount.h"
+#include "tests/support/TestDeadlines.h"
 
 namespace SinkTests {
 
 using DShow::ComPtr;
+using TestSupport::CountOf;
 
 // How long a test waits for a state it expects (frames arriving). Only a hang reaches it, also
 // on a machine many times slower than usual.
-constexpr DWORD kStateDeadlineMs = 60000;
+constexpr DWORD kStateDeadlineMs = TestSupport::kGenerousDeadlineMs;
 
 // One call of the observer, in order of arrival.
 struct ObservedCall {
@@ -71,13 +74,6 @@ private:
     void (*m_action)(void*) = nullptr;
     void* m_actionContext = nullptr;
 };
-
-// The count of a COM object, read through its own AddRef and Release.
-template <class T>
-ULONG CountOf(T* object) {
-    object->AddRef();
-    return object->Release();
-}
 
 // Every test of the sink runs in the multithreaded apartment, as the capture library's owner
 // does.

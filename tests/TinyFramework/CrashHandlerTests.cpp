@@ -1,8 +1,9 @@
 #include "TinyFramework/Common/TinyBacktrace.h"
 #include "TinyFramework/Common/TinyCrashHandler.h"
 #include "TinyFramework/Common/TinyLogging_win32.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ProgramFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +14,10 @@
 
 namespace {
 
-using FileTestSupport::ReadWholeFile;
-using FileTestSupport::TemporaryFolder;
+using TestSupport::FileExists;
+using TestSupport::ProgramDirectory;
+using TestSupport::ReadWholeFile;
+using TestSupport::TemporaryFolder;
 using TinyFramework::CrashFilter;
 using TinyFramework::ExceptionCodeName;
 using TinyFramework::g_crashCallback;
@@ -23,17 +26,6 @@ using TinyFramework::g_previousFilter;
 
 constexpr DWORD kRuntimeException = 0xE06D7363;
 constexpr DWORD kOutOfMemory = 0xE0000008;
-
-bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-std::wstring ProgramDirectory() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring text(path);
-    return text.substr(0, text.rfind(L'\\') + 1);
-}
 
 // An exception as the platform hands it to a filter, made by hand in the function that names it;
 // the filter runs while that function's frame is live, so the walk can climb from it.
@@ -189,11 +181,11 @@ TEST_F(CrashFilterTest, WithADumpPathTheDumpIsWritten) {
 }
 
 TEST_F(CrashFilterTest, WithNoDumpPathTheReportIsLoggedAndNoFileAppears) {
-    const bool defaultDumpExisted = Exists(TinyFramework::GetDefaultDumpPath());
+    const bool defaultDumpExisted = FileExists(TinyFramework::GetDefaultDumpPath());
     HandMadeException exception;
     FilterExceptionInNamedFunction(&exception, EXCEPTION_ACCESS_VIOLATION);
     EXPECT_EQ(m_log.RecordsContaining("Fatal exception EXCEPTION_ACCESS_VIOLATION").size(), 1u);
-    EXPECT_EQ(Exists(TinyFramework::GetDefaultDumpPath()), defaultDumpExisted);
+    EXPECT_EQ(FileExists(TinyFramework::GetDefaultDumpPath()), defaultDumpExisted);
     EXPECT_TRUE(g_dumpFilePath.empty());
 }
 
@@ -275,7 +267,7 @@ TEST(DumpPaths, TheDefaultDumpIsDebugDmpBesideTheProgram) {
 TEST(DumpPaths, TheDumpDirectoryHasTwoSeparatorsBeforeDump) {
     EXPECT_EQ(TinyFramework::DumpDirectoryFor(L"C:\\x\\a.exe"), L"C:\\x\\\\Dump");
     EXPECT_EQ(TinyFramework::GetDumpDirectory(), ProgramDirectory() + L"\\Dump");
-    EXPECT_FALSE(Exists(TinyFramework::GetDumpDirectory()));
+    EXPECT_FALSE(FileExists(TinyFramework::GetDumpDirectory()));
 }
 
 TEST(DumpCallbackTest, AModuleTheMemoryDoesNotReferToIsLeftOut) {

@@ -17,7 +17,7 @@ namespace {
 
 using CrashTests::ChildRun;
 using CrashTests::CrashHelperRun;
-using CrashTests::FileExists;
+using TestSupport::FileExists;
 
 constexpr DWORD kAccessViolation = 0xC0000005;
 constexpr DWORD kIntegerDivideByZero = 0xC0000094;
@@ -133,7 +133,7 @@ TEST_F(CrashReportTest, AccessViolationLeavesAMinidumpOfTheCrashingThread) {
     Crash(L"access-violation");
     DumpTool::DumpReader reader;
     ASSERT_EQ(reader.Open(m_helper.DefaultDumpPath()), DumpTool::DumpOpenResult::opened);
-    EXPECT_EQ(FileTestSupport::ReadWholeFile(m_helper.DefaultDumpPath()).substr(0, 4), "MDMP");
+    EXPECT_EQ(TestSupport::ReadWholeFile(m_helper.DefaultDumpPath()).substr(0, 4), "MDMP");
     EXPECT_EQ(reader.Exception().code, kAccessViolation);
     EXPECT_TRUE(ThreadListHolds(reader, reader.Exception().threadId));
     // The filter runs on the crashing thread, which is also the thread of the report's record.
@@ -254,7 +254,7 @@ TEST_F(CrashReportTest, PreviousFilterIsCalledAfterTheDumpAndItsResultEndsThePro
     const ChildRun run = Crash(L"access-violation", L"--previous-filter");
     // The previous filter answered EXCEPTION_EXECUTE_HANDLER: the process ends with the code.
     EXPECT_EQ(run.exitCode, kAccessViolation);
-    EXPECT_EQ(FileTestSupport::ReadWholeFile(m_helper.PreviousFilterMarkerPath()), "0xc0000005");
+    EXPECT_EQ(TestSupport::ReadWholeFile(m_helper.PreviousFilterMarkerPath()), "0xc0000005");
     EXPECT_TRUE(FileExists(m_helper.DefaultDumpPath()));
     ExpectReportOrder(m_helper.Log(), "Fatal exception EXCEPTION_ACCESS_VIOLATION\n");
 }

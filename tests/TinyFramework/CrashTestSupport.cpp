@@ -1,6 +1,7 @@
 #include "tests/TinyFramework/CrashTestSupport.h"
 
 #include "client/UniqueHandle.h"
+#include "tests/support/ProgramFolder.h"
 #include "tests/support/TestDeadlines.h"
 
 namespace CrashTests {
@@ -16,17 +17,6 @@ constexpr DWORD kTerminateWaitMs = TestSupport::kDeadlineMarginMs;
 
 std::wstring Quote(const std::wstring& argument) {
     return L"\"" + argument + L"\"";
-}
-
-std::wstring ProgramBesideThisOne(const wchar_t* fileName) {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring self(path);
-    return self.substr(0, self.find_last_of(L'\\') + 1) + fileName;
-}
-
-bool FileExists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 ChildRun RunChild(const std::wstring& program, const std::wstring& arguments,
@@ -63,13 +53,14 @@ ChildRun RunChild(const std::wstring& program, const std::wstring& arguments,
     }
     GetExitCodeProcess(processHandle.Get(), &run.exitCode);
     output.Reset();
-    run.output = FileTestSupport::ReadWholeFile(outputPath);
+    run.output = TestSupport::ReadWholeFile(outputPath);
     return run;
 }
 
 CrashHelperRun::CrashHelperRun() {
-    m_ready = m_folder.IsReady() && CopyFileW(ProgramBesideThisOne(L"CrashHelper.exe").c_str(),
-                                              ProgramPath().c_str(), TRUE) != FALSE;
+    m_ready = m_folder.IsReady() &&
+              CopyFileW(TestSupport::ProgramBesideThisOne(L"CrashHelper.exe").c_str(),
+                        ProgramPath().c_str(), TRUE) != FALSE;
 }
 
 ChildRun CrashHelperRun::Crash(const std::wstring& kind, const std::wstring& options) {
@@ -78,7 +69,7 @@ ChildRun CrashHelperRun::Crash(const std::wstring& kind, const std::wstring& opt
 }
 
 std::string CrashHelperRun::Log() const {
-    return FileTestSupport::ReadWholeFile(LogPath());
+    return TestSupport::ReadWholeFile(LogPath());
 }
 
 }  // namespace CrashTests

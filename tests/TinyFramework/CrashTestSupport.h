@@ -3,7 +3,7 @@
 // Runs the crash helper and DumpTool as child processes for the crash report tests. Every child
 // ends within a deadline: one that hangs is ended by force, and the run says so.
 
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <windows.h>
 
@@ -29,9 +29,6 @@ ChildRun RunChild(const std::wstring& program, const std::wstring& arguments,
 // The argument in double quotes, for a command line.
 std::wstring Quote(const std::wstring& argument);
 
-// The full path of a program built into this test program's folder.
-std::wstring ProgramBesideThisOne(const wchar_t* fileName);
-
 // A copy of CrashHelper.exe in a temporary folder of its own. The default dump goes beside the
 // program, so each run gets a folder where "debug.dmp" can only come from that run.
 class CrashHelperRun {
@@ -56,11 +53,9 @@ public:
     std::string Log() const;
 
 private:
-    FileTestSupport::TemporaryFolder m_folder;
+    TestSupport::TemporaryFolder m_folder;
     bool m_ready = false;
     int m_runs = 0;
 };
-
-bool FileExists(const std::wstring& path);
 
 }  // namespace CrashTests

@@ -3,6 +3,7 @@
 
 #include "tests/TinyFramework/CrashTestSupport.h"
 #include "tests/support/OwnProcesses.h"
+#include "tests/support/ProgramFolder.h"
 #include "tests/support/TestDeadlines.h"
 #include "tools/DumpTool/DumpReader.h"
 
@@ -40,7 +41,7 @@ protected:
     // Runs DumpTool.exe with the arguments and checks that it ended by itself.
     ChildRun RunDumpTool(const std::wstring& arguments) {
         const ChildRun run = CrashTests::RunChild(
-            CrashTests::ProgramBesideThisOne(L"DumpTool.exe"), arguments,
+            TestSupport::ProgramBesideThisOne(L"DumpTool.exe"), arguments,
             m_helper.PathOf(L"dumptool-" + std::to_wstring(m_runs++) + L".txt"));
         EXPECT_TRUE(run.started);
         EXPECT_TRUE(run.ended) << "DumpTool hung and was ended by force";
@@ -147,7 +148,7 @@ TEST_F(DumpToolTest, MissingFileIsAnErrorNamingIt) {
 
 TEST_F(DumpToolTest, FileThatIsNoMinidumpIsAnError) {
     const std::wstring path = m_helper.PathOf(L"text.dmp");
-    ASSERT_TRUE(FileTestSupport::WriteWholeFile(path, "This is a log file, not a crash dump.\n"));
+    ASSERT_TRUE(TestSupport::WriteWholeFile(path, "This is a log file, not a crash dump.\n"));
     const ChildRun run = RunDumpTool(Quote(path));
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output, "DumpTool: not a minidump: " + Narrow(path) + "\n");
@@ -155,10 +156,10 @@ TEST_F(DumpToolTest, FileThatIsNoMinidumpIsAnError) {
 
 TEST_F(DumpToolTest, TruncatedMinidumpIsNoMinidump) {
     CrashAndReadDump();
-    const std::string whole = FileTestSupport::ReadWholeFile(m_helper.DefaultDumpPath());
+    const std::string whole = TestSupport::ReadWholeFile(m_helper.DefaultDumpPath());
     const std::wstring path = m_helper.PathOf(L"cut.dmp");
     // The header alone: its stream directory lies beyond the end of the file.
-    ASSERT_TRUE(FileTestSupport::WriteWholeFile(path, whole.substr(0, sizeof(MINIDUMP_HEADER))));
+    ASSERT_TRUE(TestSupport::WriteWholeFile(path, whole.substr(0, sizeof(MINIDUMP_HEADER))));
     const ChildRun run = RunDumpTool(Quote(path));
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output, "DumpTool: not a minidump: " + Narrow(path) + "\n");
@@ -169,7 +170,7 @@ TEST_F(DumpToolTest, DumpWithoutAnExceptionIsNoCrashDump) {
     // looks like. (Wine's MiniDumpWriteDump of the calling process without exception information
     // crashes the caller, so the test cannot simply write one.)
     CrashAndReadDump();
-    std::string bytes = FileTestSupport::ReadWholeFile(m_helper.DefaultDumpPath());
+    std::string bytes = TestSupport::ReadWholeFile(m_helper.DefaultDumpPath());
     ASSERT_GE(bytes.size(), sizeof(MINIDUMP_HEADER));
     MINIDUMP_HEADER header;
     memcpy(&header, bytes.data(), sizeof(header));
@@ -187,7 +188,7 @@ TEST_F(DumpToolTest, DumpWithoutAnExceptionIsNoCrashDump) {
     }
     ASSERT_EQ(cleared, 1);
     const std::wstring path = m_helper.PathOf(L"live.dmp");
-    ASSERT_TRUE(FileTestSupport::WriteWholeFile(path, bytes));
+    ASSERT_TRUE(TestSupport::WriteWholeFile(path, bytes));
     const ChildRun run = RunDumpTool(Quote(path));
     EXPECT_EQ(run.exitCode, 1u);
     EXPECT_EQ(run.output,

@@ -4,7 +4,8 @@
 #include "TinyFramework/IO/TinyIO.h"
 #include "TinyFramework/IO/TinyStdioFile.h"
 #include "tests/TinyFramework/CalendarReference.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/HandleState.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -20,9 +21,10 @@
 namespace {
 
 using CalendarReference::UtcSeconds;
-using FileTestSupport::ReadWholeFile;
-using FileTestSupport::TemporaryFolder;
-using FileTestSupport::WriteWholeFile;
+using TestSupport::IsOpenHandle;
+using TestSupport::ReadWholeFile;
+using TestSupport::TemporaryFolder;
+using TestSupport::WriteWholeFile;
 using TinyFramework::TinyObject;
 using TinyFramework::TinyRuntimeClass;
 using TinyFramework::TinyTime;
@@ -34,11 +36,6 @@ using TinyFramework::IO::TinyStdioFile;
 constexpr DWORD kShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 // A last error that no call of these tests sets by itself.
 constexpr DWORD kSentinelError = 0x1234;
-
-bool IsOpenHandle(HANDLE handle) {
-    DWORD flags = 0;
-    return GetHandleInformation(handle, &flags) != FALSE;
-}
 
 // A second, independent handle on a file, closed by the destructor.
 class OtherHandle {

@@ -4,7 +4,7 @@
 #include "TinyFramework/Graphics/TinyGdiObjects.h"
 #include "TinyFramework/Graphics/TinyHandle.h"
 
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -785,10 +785,10 @@ TEST(TinyPrivateFontCollectionTest, AFontFileAddsItsFamily) {
     const std::string bytes = FileOfStockFont(DEFAULT_GUI_FONT, &face);
     ASSERT_FALSE(bytes.empty());
     // Declared first, removed last: GDI+ may hold the file open while the collection lives.
-    FileTestSupport::TemporaryFolder folder;
+    TestSupport::TemporaryFolder folder;
     ASSERT_TRUE(folder.IsReady());
     const std::wstring path = folder.PathOf(L"stock.ttf");
-    ASSERT_TRUE(FileTestSupport::WriteWholeFile(path, bytes));
+    ASSERT_TRUE(TestSupport::WriteWholeFile(path, bytes));
 
     TinyPrivateFontCollection fonts;
     EXPECT_EQ(fonts.GetFamilyCount(), 0);
@@ -805,7 +805,7 @@ TEST(TinyPrivateFontCollectionTest, AFontFileAddsItsFamily) {
 }
 
 TEST(TinyPrivateFontCollectionTest, AMissingFileIsRefusedAndAddsNothing) {
-    FileTestSupport::TemporaryFolder folder;
+    TestSupport::TemporaryFolder folder;
     ASSERT_TRUE(folder.IsReady());
     TinyPrivateFontCollection fonts;
     EXPECT_EQ(fonts.AddFontFile(folder.PathOf(L"missing.ttf").c_str()), FALSE);

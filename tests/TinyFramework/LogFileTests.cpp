@@ -1,7 +1,8 @@
 #include "TinyFramework/Common/TinyLogging_win32.h"
 #include "TinyFramework/IO/TinyFile.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ProgramFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,9 +12,11 @@
 
 namespace {
 
-using FileTestSupport::ReadWholeFile;
-using FileTestSupport::TemporaryFolder;
-using FileTestSupport::WriteWholeFile;
+using TestSupport::FileExists;
+using TestSupport::ProgramDirectory;
+using TestSupport::ReadWholeFile;
+using TestSupport::TemporaryFolder;
+using TestSupport::WriteWholeFile;
 using TinyFramework::CloseLogFile;
 using TinyFramework::ContinueLogFile;
 using TinyFramework::g_logFile;
@@ -22,10 +25,6 @@ using TinyFramework::LogMessage;
 using TinyFramework::OpenLogFile;
 using TinyFramework::RestartLogFile;
 
-bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 bool IsLogFileOpen() {
     const HANDLE handle = g_logFile.Handle();
     return handle != nullptr && handle != INVALID_HANDLE_VALUE;
@@ -33,17 +32,6 @@ bool IsLogFileOpen() {
 
 std::string Narrow(const std::wstring& text) {
     return std::string(text.begin(), text.end());
-}
-
-std::wstring ProgramPath() {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return path;
-}
-
-std::wstring ProgramDirectory() {
-    const std::wstring path = ProgramPath();
-    return path.substr(0, path.rfind(L'\\') + 1);
 }
 
 std::string RegexEscape(const std::string& text) {
@@ -83,7 +71,7 @@ TEST_F(LogFileTest, OpeningAgainWithAnEmptyPathKeepsTheOpenFileAndItsPath) {
     EXPECT_TRUE(OpenLogFile(m_folder.PathOf(L"other.log").c_str()));
     EXPECT_EQ(g_logFilePath, path);
     EXPECT_EQ(g_logFile.Handle(), handle);
-    EXPECT_FALSE(Exists(m_folder.PathOf(L"other.log")));
+    EXPECT_FALSE(FileExists(m_folder.PathOf(L"other.log")));
 }
 
 TEST_F(LogFileTest, RestartDeletesTheFileOfTheOldPathNotTheNewOne) {
@@ -92,7 +80,7 @@ TEST_F(LogFileTest, RestartDeletesTheFileOfTheOldPathNotTheNewOne) {
     ASSERT_TRUE(ContinueLogFile(oldPath.c_str()));
     ASSERT_TRUE(WriteWholeFile(newPath, "kept\n"));
     EXPECT_TRUE(RestartLogFile(newPath.c_str()));
-    EXPECT_FALSE(Exists(oldPath));
+    EXPECT_FALSE(FileExists(oldPath));
     EXPECT_EQ(g_logFilePath, newPath);
     {
         TestSupport::LogCapture capture(0);
@@ -179,6 +167,33 @@ TEST_F(LogFileTest, ARecordThatTheHandlerTakesStaysOutOfTheFile) {
     EXPECT_EQ(ReadWholeFile(path), "");
 }
 
+TEST_F(LogFileTest, HandlerResultZeroLetsTheRecordGoOnToTheLogFile) {
+    const std::wstring path = m_folder.PathOf(L"declined.log");
+    ASSERT_TRUE(ContinueLogFile(path.c_str()));
+    std::vector<std::string> records;
+    {
+        TestSupport::LogCapture capture(0);
+        LogMessage(0).stream() << "declined once";
+        LogMessage(0).stream() << "declined twice";
+        records = capture.Records();
+    }
+    CloseLogFile();
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(ReadWholeFile(path), records[0] + records[1]);
+}
+
+TEST_F(LogFileTest, HandlerResultOneKeepsTheRecordOutOfTheLogFile) {
+    const std::wstring path = m_folder.PathOf(L"taken.log");
+    ASSERT_TRUE(ContinueLogFile(path.c_str()));
+    {
+        TestSupport::LogCapture capture(1);
+        LogMessage(0).stream() << "taken";
+        EXPECT_EQ(capture.Records().size(), 1u);
+    }
+    CloseLogFile();
+    EXPECT_EQ(ReadWholeFile(path), "");
+}
+
 TEST_F(LogFileTest, ARecordOpensTheFileOfTheNamedPathAgainAfterAClose) {
     const std::wstring path = m_folder.PathOf(L"reopened.log");
     ASSERT_TRUE(ContinueLogFile(path.c_str()));
@@ -202,14 +217,14 @@ TEST_F(LogFileTest, AFileThatCannotBeOpenedLosesTheRecord) {
         EXPECT_EQ(capture.Records().size(), 1u);
     }
     EXPECT_FALSE(IsLogFileOpen());
-    EXPECT_FALSE(Exists(path));
+    EXPECT_FALSE(FileExists(path));
 }
 
 TEST_F(LogFileTest, AnEmptyPathOpensTheDefaultFileBesideTheProgram) {
     ASSERT_TRUE(OpenLogFile(nullptr));
     const std::wstring path = g_logFilePath;
     CloseLogFile();
-    const bool existed = Exists(path);
+    const bool existed = FileExists(path);
     DeleteFileW(path.c_str());
     EXPECT_TRUE(existed);
     EXPECT_TRUE(std::regex_match(Narrow(path), LogPathPattern(ProgramDirectory()))) << Narrow(path);
@@ -220,7 +235,7 @@ TEST_F(LogFileTest, DeleteLogFileRemovesTheFileOfThePath) {
     ASSERT_TRUE(ContinueLogFile(path.c_str()));
     CloseLogFile();
     EXPECT_TRUE(TinyFramework::DeleteLogFile());
-    EXPECT_FALSE(Exists(path));
+    EXPECT_FALSE(FileExists(path));
 }
 
 TEST(LogPaths, TheDefaultPathIsTheTimeStampAndProcessIdBesideTheProgram) {

@@ -1,5 +1,4 @@
 #include "TinyFramework/Common/TinyLogging_win32.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -158,39 +157,6 @@ TEST(LogMessageRecord, HandlerNeverSeesADroppedRecord) {
         LogMessage(__FILE__, __LINE__).stream() << "Failed to Flood(0x1)";
     }
     EXPECT_EQ(capture.RecordsContaining("Failed to Flood(0x1)").size(), 3u);
-}
-
-TEST(LogMessageRecord, HandlerResultZeroLetsTheRecordGoOnToTheLogFile) {
-    FileTestSupport::TemporaryFolder folder;
-    ASSERT_TRUE(folder.IsReady());
-    const std::wstring path = folder.PathOf(L"declined.log");
-    ASSERT_TRUE(TinyFramework::ContinueLogFile(path.c_str()));
-    std::vector<std::string> records;
-    {
-        TestSupport::LogCapture capture(0);
-        LogMessage(0).stream() << "declined once";
-        LogMessage(0).stream() << "declined twice";
-        records = capture.Records();
-    }
-    TinyFramework::CloseLogFile();
-    TinyFramework::g_logFilePath.clear();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(FileTestSupport::ReadWholeFile(path), records[0] + records[1]);
-}
-
-TEST(LogMessageRecord, HandlerResultOneKeepsTheRecordOutOfTheLogFile) {
-    FileTestSupport::TemporaryFolder folder;
-    ASSERT_TRUE(folder.IsReady());
-    const std::wstring path = folder.PathOf(L"taken.log");
-    ASSERT_TRUE(TinyFramework::ContinueLogFile(path.c_str()));
-    {
-        TestSupport::LogCapture capture(1);
-        LogMessage(0).stream() << "taken";
-        EXPECT_EQ(capture.Records().size(), 1u);
-    }
-    TinyFramework::CloseLogFile();
-    TinyFramework::g_logFilePath.clear();
-    EXPECT_EQ(FileTestSupport::ReadWholeFile(path), "");
 }
 
 TEST(LogFloodGuardTest, FourthIdenticalRecordInABurstIsDropped) {

@@ -1,5 +1,6 @@
 #include "TinyFramework/Common/TinyCpuFeatures.h"
 #include "TinyFramework/Common/TinyMemoryCopy.h"
+#include "tests/support/TestDeadlines.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,7 @@ using TinyFramework::StreamCopy32;
 using TinyFramework::TinyCopyFunction;
 
 // Only ends a hang: a healthy run waits milliseconds.
-constexpr DWORD kDeadlineMs = 60000;
+constexpr DWORD kDeadlineMs = TestSupport::kGenerousDeadlineMs;
 
 constexpr size_t kAlignment = 64;
 constexpr size_t kGuardBytes = 64;

@@ -1,5 +1,6 @@
 #include "TinyFramework/Common/TinyCore.h"
 #include "tests/TinyFramework/SyncTestSupport.h"
+#include "tests/support/ProgramFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -133,7 +134,9 @@ public:
     DWORD ReleaseAndWait() { return SyncTests::ReleaseAndWaitForExit(m_release, m_process.Get()); }
 
 private:
-    static std::wstring HolderPath() { return SyncTests::ProgramBesideThisOne(L"MutexHolder.exe"); }
+    static std::wstring HolderPath() {
+        return TestSupport::ProgramBesideThisOne(L"MutexHolder.exe");
+    }
 
     ManualEvent m_held;
     ManualEvent m_release;

@@ -2,6 +2,7 @@
 #include "TinyFramework/Common/TinyCore.h"
 #include "TinyFramework/IO/TinyPipe.h"
 #include "tests/TinyFramework/SyncTestSupport.h"
+#include "tests/support/ProgramFolder.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -201,7 +202,7 @@ public:
     DWORD ReleaseAndWait() { return SyncTests::ReleaseAndWaitForExit(m_release, m_process.Get()); }
 
 private:
-    static std::wstring PeerPath() { return SyncTests::ProgramBesideThisOne(L"PipePeer.exe"); }
+    static std::wstring PeerPath() { return TestSupport::ProgramBesideThisOne(L"PipePeer.exe"); }
 
     ManualEvent m_opened;
     ManualEvent m_release;

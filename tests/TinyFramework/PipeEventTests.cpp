@@ -1,5 +1,6 @@
 #include "TinyFramework/Common/TinyCore.h"
 #include "TinyFramework/IO/TinyPipe.h"
+#include "tests/support/HandleState.h"
 #include "tests/support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 
 namespace {
 
+using TestSupport::IsOpenHandle;
 using TinyFramework::GetErrorText;
 using TinyFramework::TinyEvent;
 using TinyFramework::IO::TinyPipeClient;
@@ -23,11 +25,6 @@ std::wstring UniquePipeName(const wchar_t* purpose) {
 
 std::string FailureText(const char* call, DWORD error) {
     return std::string("Failed to ") + call + "(" + GetErrorText(error) + ")";
-}
-
-bool IsOpenHandle(HANDLE handle) {
-    DWORD flags = 0;
-    return GetHandleInformation(handle, &flags) != FALSE;
 }
 
 // A server with a client attached, the client connected while the server waits in its connect,

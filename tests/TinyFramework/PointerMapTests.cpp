@@ -1,6 +1,7 @@
 #include "TinyFramework/Graphics/TinyPointerMap.h"
 #include "client/UniqueHandle.h"
 #include "tests/TinyFramework/SyncTestSupport.h"
+#include "tests/support/ProgramFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -276,7 +277,7 @@ TEST(TinyPointerMapTest, ABlockThatCannotBeAllocatedRaisesTheOutOfMemoryExceptio
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
-    ASSERT_TRUE(CreateProcessW(SyncTests::ProgramBesideThisOne(L"PointerMapExhaust.exe").c_str(),
+    ASSERT_TRUE(CreateProcessW(TestSupport::ProgramBesideThisOne(L"PointerMapExhaust.exe").c_str(),
                                &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
                                &startup, &process))
         << GetLastError();

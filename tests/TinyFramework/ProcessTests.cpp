@@ -1,6 +1,8 @@
 #include "TinyFramework/Common/TinyCore.h"
 #include "TinyFramework/Common/TinyProcess.h"
+#include "tests/support/HandleState.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestDeadlines.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +11,7 @@
 
 namespace {
 
+using TestSupport::IsOpenHandle;
 using TinyFramework::g_dllDirectoryLock;
 using TinyFramework::GetErrorText;
 using TinyFramework::IsNotWow64;
@@ -19,7 +22,7 @@ using TinyFramework::TinyJob;
 using TinyFramework::TinyLibrary;
 
 // Only ends a hang: a healthy run waits milliseconds.
-constexpr DWORD kDeadlineMs = 60000;
+constexpr DWORD kDeadlineMs = TestSupport::kGenerousDeadlineMs;
 
 constexpr wchar_t kProbeName[] = L"TinyLoadProbe.dll";
 constexpr wchar_t kMissingName[] = L"TinyFrameworkNoSuchLibrary.dll";
@@ -88,11 +91,6 @@ private:
     PROCESS_INFORMATION m_info;
     bool m_started = false;
 };
-
-bool IsOpenHandle(HANDLE handle) {
-    DWORD flags = 0;
-    return GetHandleInformation(handle, &flags) != FALSE;
-}
 
 // ---- TinyJob ---------------------------------------------------------------------------------
 

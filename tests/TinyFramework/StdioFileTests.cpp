@@ -1,7 +1,7 @@
 #include "TinyFramework/IO/TinyFile.h"
 #include "TinyFramework/IO/TinyIO.h"
 #include "TinyFramework/IO/TinyStdioFile.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,9 @@
 
 namespace {
 
-using FileTestSupport::ReadWholeFile;
-using FileTestSupport::TemporaryFolder;
-using FileTestSupport::WriteWholeFile;
+using TestSupport::ReadWholeFile;
+using TestSupport::TemporaryFolder;
+using TestSupport::WriteWholeFile;
 using TinyFramework::TinyObject;
 using TinyFramework::IO::TinyFile;
 using TinyFramework::IO::TinyIO;

@@ -1,7 +1,7 @@
 #include "TinyFramework/Common/TinyTextConversion.h"
 #include "TinyFramework/IO/TinyFileStream.h"
 #include "TinyFramework/IO/TinyMemoryStream.h"
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -20,10 +20,10 @@
 
 namespace {
 
-using FileTestSupport::ReadWholeFile;
-using FileTestSupport::TemporaryFolder;
-using FileTestSupport::WriteWholeFile;
 using Microsoft::WRL::ComPtr;
+using TestSupport::ReadWholeFile;
+using TestSupport::TemporaryFolder;
+using TestSupport::WriteWholeFile;
 using TinyFramework::IO::CreateStreamOnFile;
 using TinyFramework::IO::CreateStreamOnMemory;
 using TinyFramework::IO::TinyFileStream;

@@ -44,13 +44,6 @@ bool OnAnotherThread(const std::function<bool()>& body) {
     return answer;
 }
 
-std::wstring ProgramBesideThisOne(const wchar_t* fileName) {
-    wchar_t path[MAX_PATH] = {};
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const std::wstring self(path);
-    return self.substr(0, self.find_last_of(L'\\') + 1) + fileName;
-}
-
 DWORD ReleaseAndWaitForExit(ManualEvent& release, HANDLE process) {
     release.Set();
     if (WaitForSingleObject(process, kDeadlineMs) != WAIT_OBJECT_0) {

@@ -57,9 +57,6 @@ private:
     DWORD m_id = 0;
 };
 
-// The full path of a helper program built into this test program's folder.
-std::wstring ProgramBesideThisOne(const wchar_t* fileName);
-
 // Lets a helper process go on (sets `release`) and gives its exit code once it has ended, or
 // STILL_ACTIVE when it did not end within the deadline.
 DWORD ReleaseAndWaitForExit(ManualEvent& release, HANDLE process);

@@ -4,6 +4,7 @@
 #include "client/QueryClient.h"
 #include "TinyFramework/Common/TinyTextConversion.h"
 #include "tests/support/RawParent.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/e2e/CameraTest.h"
 #include "tests/e2e/ToolRun.h"
 
@@ -137,7 +138,7 @@ TEST(ProblemDevicesFile, SaveReplacesTheListByAWholeNewFileAndLeavesNothingBesid
     problems.Forget(L"first");
     ASSERT_TRUE(problems.Save());
     EXPECT_NE(FileIndex(path), firstFile) << "the list was rewritten in place";
-    EXPECT_EQ(TestSupport::ReadFileText(path), "timed-out-reading\tsecond\n");
+    EXPECT_EQ(TestSupport::ReadWholeFile(path), "timed-out-reading\tsecond\n");
     EXPECT_EQ(EntriesOf(folder), std::vector<std::wstring>{L"list.txt"});
 }
 

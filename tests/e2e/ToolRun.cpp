@@ -1,6 +1,7 @@
 #include "tests/e2e/ToolRun.h"
 
 #include "client/QueryClient.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestDeadlines.h"
 
 namespace TestSupport {
@@ -17,20 +18,6 @@ std::wstring ProgramPath(const wchar_t* exeName) {
 }
 
 }  // namespace
-
-std::string ReadFileText(const std::wstring& path) {
-    std::string text;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                              nullptr, OPEN_EXISTING, 0, nullptr);
-    char buffer[4096];
-    DWORD read = 0;
-    while (file != INVALID_HANDLE_VALUE && ReadFile(file, buffer, sizeof(buffer), &read, nullptr) &&
-           read > 0) {
-        text.append(buffer, read);
-    }
-    CloseHandle(file);
-    return text;
-}
 
 std::wstring TempFolder(const wchar_t* purpose) {
     wchar_t base[MAX_PATH] = {};
@@ -74,8 +61,8 @@ ToolRun RunProgram(const wchar_t* exeName, const std::wstring& arguments) {
     }
     CloseHandle(out);
     CloseHandle(err);
-    run.out = ReadFileText(outPath);
-    run.err = ReadFileText(errPath);
+    run.out = ReadWholeFile(outPath);
+    run.err = ReadWholeFile(errPath);
     return run;
 }
 

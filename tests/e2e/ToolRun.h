@@ -22,9 +22,6 @@ ToolRun RunTool(const std::wstring& arguments);
 // its output and error kept in files, and waits for it to end.
 ToolRun RunProgram(const wchar_t* exeName, const std::wstring& arguments);
 
-// The bytes of a file, or "" when it cannot be opened; others may keep it open for writing.
-std::string ReadFileText(const std::wstring& path);
-
 // A folder name of this test process's own under the temporary folder, not yet created.
 std::wstring TempFolder(const wchar_t* purpose);
 

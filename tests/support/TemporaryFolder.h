@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace FileTestSupport {
+namespace TestSupport {
 
 // A folder of its own under the system's temporary folder, made by the constructor and removed
 // with everything in it by the destructor.
@@ -28,7 +28,9 @@ private:
 
 // Writes the bytes into a new file (replacing one there); false if that fails.
 bool WriteWholeFile(const std::wstring& path, const std::string& bytes);
-// The whole file, or "(unreadable)".
+// The whole file, or "(unreadable)". Others may keep it open for writing or deleting.
 std::string ReadWholeFile(const std::wstring& path);
+// Whether a file or folder of this path exists.
+bool FileExists(const std::wstring& path);
 
-}  // namespace FileTestSupport
+}  // namespace TestSupport

@@ -1,11 +1,11 @@
-#include "tests/TinyFramework/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <windows.h>
 
 #include <atomic>
 #include <string>
 
-namespace FileTestSupport {
+namespace TestSupport {
 
 namespace {
 
@@ -86,4 +86,8 @@ std::string ReadWholeFile(const std::wstring& path) {
     return bytes;
 }
 
-}  // namespace FileTestSupport
+bool FileExists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+}  // namespace TestSupport
