@@ -167,33 +167,6 @@ TEST_F(LogFileTest, ARecordThatTheHandlerTakesStaysOutOfTheFile) {
     EXPECT_EQ(ReadWholeFile(path), "");
 }
 
-TEST_F(LogFileTest, HandlerResultZeroLetsTheRecordGoOnToTheLogFile) {
-    const std::wstring path = m_folder.PathOf(L"declined.log");
-    ASSERT_TRUE(ContinueLogFile(path.c_str()));
-    std::vector<std::string> records;
-    {
-        TestSupport::LogCapture capture(0);
-        LogMessage(0).stream() << "declined once";
-        LogMessage(0).stream() << "declined twice";
-        records = capture.Records();
-    }
-    CloseLogFile();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(ReadWholeFile(path), records[0] + records[1]);
-}
-
-TEST_F(LogFileTest, HandlerResultOneKeepsTheRecordOutOfTheLogFile) {
-    const std::wstring path = m_folder.PathOf(L"taken.log");
-    ASSERT_TRUE(ContinueLogFile(path.c_str()));
-    {
-        TestSupport::LogCapture capture(1);
-        LogMessage(0).stream() << "taken";
-        EXPECT_EQ(capture.Records().size(), 1u);
-    }
-    CloseLogFile();
-    EXPECT_EQ(ReadWholeFile(path), "");
-}
-
 TEST_F(LogFileTest, ARecordOpensTheFileOfTheNamedPathAgainAfterAClose) {
     const std::wstring path = m_folder.PathOf(L"reopened.log");
     ASSERT_TRUE(ContinueLogFile(path.c_str()));
